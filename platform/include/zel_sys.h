@@ -1,0 +1,69 @@
+/**
+ * A unit's pins and system information.
+ *
+ * Pins have two back ends behind the same calls, chosen by the unit's configuration: simulated pins (the default), which
+ * live in this process, and the machine's GPIO lines. Levels are logical: on an active-low pin 1 means that the line is low.
+ * Edges are those of the line itself: a contact that pulls an active-low line down makes a falling edge.
+ *
+ * A call with a null pin returns -1 (or null) and does nothing. All calls come from one thread.
+ */
+#ifndef ZEL_SYS_H
+#define ZEL_SYS_H
+
+#include <stdint.h>
+#include <sys/select.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct zel_sys_gpio zel_sys_gpio_t;
+
+/** Open a pin by its platform number (0 or above). `direction`: 0 input, 2 output. Null on failure, with the cause in the log. */
+zel_sys_gpio_t *zel_sys_gpio_open(int32_t pin, int32_t direction);
+/** Close a pin and release it; null is allowed. */
+void zel_sys_gpio_close(zel_sys_gpio_t *pin);
+/** The logical level, 0 or 1; -1 on failure. Clears a pending edge. */
+int zel_sys_gpio_read(zel_sys_gpio_t *pin);
+/** Drive an output to the logical level 0 (`value` 0) or 1 (any other). 0, or -1 on failure (an input among them). */
+int zel_sys_gpio_write(zel_sys_gpio_t *pin, int value);
+/** Make a pin active low (non-zero) or active high (0). Negative on failure. */
+int zel_sys_gpio_set_active_low(zel_sys_gpio_t *pin, uint32_t active_low);
+/** Choose the edges that make an input's descriptor exceptional: 0 none, 1 falling, 2 rising, 3 both. Negative on failure. */
+int zel_sys_gpio_set_edge(zel_sys_gpio_t *pin, int edge);
+/** A descriptor that is exceptional in select() while an edge is pending; -1 if there is none. Owned by the pin. */
+int zel_sys_gpio_fd(zel_sys_gpio_t *pin);
+
+/** The unit's product id, from its configuration; never null. Valid for the life of the process. */
+const char *zel_sys_get_prodid(void);
+/** Copy `text` to `out`, which holds 3 * strlen(text) + 1 bytes; bytes below 0x20 and 0x7F become %XX in upper-case hex. */
+void zel_sys_strpercentenc(const char *text, char *out);
+
+/* What follows is for the host and for test benches, not for the library. */
+
+/** Told of every change of a pin's logical level: one that this process wrote, or one that came from outside.
+ *  `direction` as given to zel_sys_gpio_open, `level` 0 or 1. Called after the change, on the thread that made it. */
+typedef void (*zel_sys_pin_observer_t)(void *user_data, int32_t pin, int32_t direction, int level);
+/** Set the one observer of this process; null removes it. */
+void zel_sys_set_pin_observer(zel_sys_pin_observer_t observer, void *user_data);
+
+/** Close (`pressed` 1) or open (0) the contact at a simulated input. A closed contact reads 1 whatever the polarity.
+ *  The contact keeps its position while the pin is closed. 0, or -1 (not simulated, negative number). */
+int zel_sys_sim_press(int32_t pin, int pressed);
+/** Logical level of a simulated pin: what an input reads or an output was last driven to; 0 for one never opened or pressed.
+ *  -1 as for zel_sys_sim_press. Does not clear a pending edge. */
+int zel_sys_sim_level(int32_t pin);
+
+/**
+ * The control socket of the simulated pins, "/run/zel/pins" below the unit's root: text lines to press, release, read and
+ * watch pins. It is served inside the host's loop, by one descriptor, after it was opened.
+ */
+int zel_sys_control_open(void);                              /* 0, or -1 with the cause in the log */
+void zel_sys_control_set_fds(fd_set *readfds, int *maxfd);   /* nothing while it is closed */
+void zel_sys_control_process_fds(fd_set *readfds);
+void zel_sys_control_close(void);
+
+#ifdef __cplusplus
+}
+#endif
+#endif
