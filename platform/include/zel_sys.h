@@ -55,8 +55,20 @@ int zel_sys_sim_press(int32_t pin, int pressed);
 int zel_sys_sim_level(int32_t pin);
 
 /**
- * The control socket of the simulated pins, "/run/zel/pins" below the unit's root: text lines to press, release, read and
- * watch pins. It is served inside the host's loop, by one descriptor, after it was opened.
+ * The control socket of the pins, "/run/zel/pins" below the unit's root: a stream socket for processes of the same user,
+ * served inside the host's loop by one descriptor after it was opened. A client sends lines of at most 127 bytes; each is
+ * answered by one line, in order:
+ *
+ *   press N      ok N 1                     close the contact at input N (simulated pins only)
+ *   release N    ok N 0                     open it
+ *   read N       ok N LEVEL                 logical level; a pending edge stays pending
+ *   list         ok COUNT N:DIR:LEVEL ...   the open pins by number, DIR "in" or "out"
+ *   watch        ok watching                from now on a line "pin N DIR LEVEL" for every change, between answers
+ *   help         ok press N | release N | ...
+ *   other        error TEXT                 as is every request that fails
+ *
+ * "watch" followed by "list" misses no change. A client that sends a longer line or leaves more than 64 KiB of lines unread
+ * is dropped; at most 16 clients are served, a further one reads "error too many clients".
  */
 int zel_sys_control_open(void);                              /* 0, or -1 with the cause in the log */
 void zel_sys_control_set_fds(fd_set *readfds, int *maxfd);   /* nothing while it is closed */
