@@ -11,6 +11,7 @@
 #include <stdint.h>
 #include <sys/select.h>
 
+#pragma GCC visibility push(default)
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -80,4 +81,5 @@ int zel_ember_get_path(zel_ember_session_t *provider, const zel_ember_element_t 
 #ifdef __cplusplus
 }
 #endif
+#pragma GCC visibility pop
 #endif

@@ -11,6 +11,7 @@
 #include <stdint.h>
 #include <sys/select.h>
 
+#pragma GCC visibility push(default)
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -38,4 +39,5 @@ void zel_ipc_client_term(zel_ipc_client_t *client);
 #ifdef __cplusplus
 }
 #endif
+#pragma GCC visibility pop
 #endif

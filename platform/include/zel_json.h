@@ -11,6 +11,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#pragma GCC visibility push(default)
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -66,4 +67,5 @@ int zel_json_writer_finish(char *buf, size_t size, int pos);
 #ifdef __cplusplus
 }
 #endif
+#pragma GCC visibility pop
 #endif

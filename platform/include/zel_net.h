@@ -2,6 +2,7 @@
 #ifndef ZEL_NET_H
 #define ZEL_NET_H
 
+#pragma GCC visibility push(default)
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -25,4 +26,5 @@ void zel_net_config_free(zel_net_config_t *config);
 #ifdef __cplusplus
 }
 #endif
+#pragma GCC visibility pop
 #endif

@@ -13,6 +13,7 @@
 #include <stdint.h>
 #include <sys/select.h>
 
+#pragma GCC visibility push(default)
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -78,4 +79,5 @@ void zel_sys_control_close(void);
 #ifdef __cplusplus
 }
 #endif
+#pragma GCC visibility pop
 #endif

@@ -4,6 +4,7 @@
 
 #include <stddef.h>
 
+#pragma GCC visibility push(default)
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -34,4 +35,5 @@ int zel_web_key_valtol(int key, const zel_web_kvp_t *pairs, int max_pairs, long 
 #ifdef __cplusplus
 }
 #endif
+#pragma GCC visibility pop
 #endif
