@@ -16,7 +16,11 @@ const char *zel_net_config_get_fname(const zel_net_config_t *config);
 /** Index of the unit's network interface, asked of the kernel at each call; 0 if there is none such or for a null handle. */
 int zel_net_config_ifindex(const zel_net_config_t *config);
 
-/** Read the unit's configuration ("/etc/zel/unit.json" below the unit's root). Null, with the cause in the log, if it cannot be read. */
+/**
+ * Read the unit's configuration ("/etc/zel/unit.json" below the unit's root). Null, with the cause in the log, if it cannot be
+ * read. What the file does not say, or a missing file, leaves the machine's host name as the friendly name, the loopback
+ * interface "lo", and UDP commands off.
+ */
 zel_net_config_t *zel_net_config_load(void);
 /** Name of the unit's network interface; never null. Borrowed as the friendly name is. */
 const char *zel_net_config_get_interface(const zel_net_config_t *config);
