@@ -74,7 +74,7 @@ int zel_sys_sim_level(int32_t pin);
 int zel_sys_control_open(void);                              /* 0, or -1 with the cause in the log */
 void zel_sys_control_set_fds(fd_set *readfds, int *maxfd);   /* nothing while it is closed */
 void zel_sys_control_process_fds(fd_set *readfds);
-void zel_sys_control_close(void);
+void zel_sys_control_close(void);                            /* not from a pin observer */
 
 #ifdef __cplusplus
 }
