@@ -19,18 +19,29 @@ typedef int (*zel_web_handler_func_t)(void *context, const char *query, size_t q
 typedef struct zel_web_url_handler { const char *path; zel_web_handler_func_t func; } zel_web_url_handler_t;
 typedef struct zel_web_kvp { int key; const char *value; } zel_web_kvp_t;
 
-/** Add a handler for its path; the record is kept by reference. 0, or negative on failure. */
+/**
+ * Add a handler for its path; the record is kept by reference and must stay. 0, or -1 (logged): null record or function, path
+ * that does not begin with '/', path that has a handler already, or the table is full (64). From the server's thread only.
+ */
 int zel_web_server_add_handler(const zel_web_url_handler_t *handler);
 /**
  * Split form or query text into the pairs whose keys are in the null-terminated table `keys`. Decodes in place: values point
- * into `text`. Returns the number found, at most `max_pairs`; unused pairs become {-1, null}. A piece without '=' is
- * skipped; of a repeated key the first counts.
+ * into `text`. Returns the number found, at most `max_pairs`, in the text's order; unused pairs become {-1, null}. A piece
+ * without '=' is skipped; of a repeated key the first counts.
+ *
+ * '+' is a blank and %XX a byte, in keys and values. What is no such sequence stays as it is written, and so does %00: a
+ * zero byte would end the value unseen. Bytes are not checked to be UTF-8.
  */
 int zel_web_get_kvp(char *text, const char *const *keys, zel_web_kvp_t *pairs, int max_pairs);
 /** Text of the key with this index, or null. */
 const char *zel_web_key_val(int key, const zel_web_kvp_t *pairs, int max_pairs);
-/** Number of the key with this index. 0, or -1 if it is absent or no whole decimal number; *number is then left alone. */
+/**
+ * Number of the key with this index: digits behind an optional sign, nothing else. 0, or -1 if it is absent, no such number
+ * or beyond a long; *number is then left alone.
+ */
 int zel_web_key_valtol(int key, const zel_web_kvp_t *pairs, int max_pairs, long *number);
+/** The handler whose path equals `path`, or null. */
+const zel_web_url_handler_t *zel_web_server_find_handler(const char *path);
 
 #ifdef __cplusplus
 }
