@@ -67,11 +67,12 @@ bool append(line &out, const char *piece, size_t size)
 size_t append_character(line &out, const char *text)
 {
     const auto *const bytes = reinterpret_cast<const unsigned char *>(text);
-    const int size = utf8_sequence_length(bytes);
-    const uint32_t point = size == 0 ? *bytes : utf8_code_point(bytes, size);
+    const utf8_piece piece = utf8_piece_at(bytes);
+    const size_t size = piece.well_formed ? static_cast<size_t>(piece.length) : 1;
+    const uint32_t point = utf8_code_point(bytes, static_cast<int>(size));
     char escape[8];
-    if (size != 0 && !deceives(point)) return append(out, text, static_cast<size_t>(size)) ? static_cast<size_t>(size) : 0;
-    return append(out, escape, escaped(escape, point)) ? static_cast<size_t>(size == 0 ? 1 : size) : 0;
+    if (piece.well_formed && !deceives(point)) return append(out, text, size) ? size : 0;
+    return append(out, escape, escaped(escape, point)) ? size : 0;
 }
 
 }  // namespace

@@ -229,9 +229,9 @@ TEST_F(debug, a_long_line_is_bounded_and_cut_at_a_whole_character)
         ASSERT_TRUE(line.ends_with("\xac...\n")) << line.substr(line.size() - 10);
         const auto *at = reinterpret_cast<const unsigned char *>(line.c_str());
         while (*at != 0) {
-            const int length = zel::utf8_sequence_length(at);
-            ASSERT_GT(length, 0);
-            at += length;
+            const zel::utf8_piece piece = zel::utf8_piece_at(at);
+            ASSERT_TRUE(piece.well_formed);
+            at += piece.length;
         }
     }
 }
