@@ -29,19 +29,13 @@ word marks_of_special_bytes(word bytes)
     return ((bytes - 0x20 * every_byte) | (quote - every_byte) | (backslash - every_byte) | bytes) & high_bits;
 }
 
-word load(const char *text)
-{
-    word bytes;
-    std::memcpy(&bytes, text, sizeof bytes);
-    return bytes;
-}
-
-// Copies the plain bytes that `text` begins with, `length` at most, and returns how many. May write all `length` bytes.
+// Copies the plain bytes that `text` begins with, `length` at most, and returns how many.
 size_t copy_plain(char *out, const char *text, size_t length)
 {
     size_t done = 0;
     for (; done + sizeof(word) <= length; done += sizeof(word)) {
-        const word bytes = load(text + done);
+        word bytes;
+        std::memcpy(&bytes, text + done, sizeof bytes);
         if (marks_of_special_bytes(bytes) != 0) break;
         std::memcpy(out + done, &bytes, sizeof bytes);
     }
@@ -49,108 +43,109 @@ size_t copy_plain(char *out, const char *text, size_t length)
     return done;
 }
 
-// Where the next byte goes. The buffer's last byte is kept for the terminating zero: `end` is never written.
-class cursor {
-public:
-    cursor(char *buf, size_t size, int pos) : start_(buf)
-    {
-        const size_t limit = std::min(size, size_t{INT_MAX});
-        if (buf == nullptr || pos < 0 || static_cast<size_t>(pos) >= limit) return;
-        at_ = buf + pos;
-        end_ = buf + limit - 1;
-    }
+// Where the next byte goes; null when something did not fit. `end` is the buffer's last byte, kept for the terminating zero.
+// Handed on by value, because two registers are quicker than an object in memory.
+struct place {
+    char *at;
+    char *end;
 
-    bool put(char byte)
-    {
-        if (at_ == end_) return false;
-        *at_++ = byte;
-        return true;
-    }
-
-    bool put(const char *text, size_t length)
-    {
-        if (room() < length) return false;
-        std::memcpy(at_, text, length);
-        at_ += length;
-        return true;
-    }
-
-    bool put_integer(int64_t value)
-    {
-        const auto [stop, error] = std::to_chars(at_, end_, value);
-        at_ = stop;
-        return error == std::errc{};
-    }
-
-    bool put_string(const char *text)
-    {
-        if (!put('"')) return false;
-        size_t length = std::strlen(text);
-        while (true) {
-            const size_t copied = copy_plain(at_, text, std::min(length, room()));
-            at_ += copied;
-            length -= copied;
-            text += copied;
-            if (length == 0) return put('"');
-            const size_t taken = put_special(text);
-            if (taken == 0) return false;
-            length -= taken;
-            text += taken;
-        }
-    }
-
-    // What stands before a value: a comma unless it is the first of its kind, and its name.
-    bool begin_value(const char *name)
-    {
-        const char last = at_ == start_ ? '[' : at_[-1];
-        if (last != '[' && last != '{' && !put(',')) return false;
-        return name == nullptr || (put_string(name) && put(':'));
-    }
-
-    explicit operator bool() const { return at_ != nullptr; }
-    int position() const { return static_cast<int>(at_ - start_); }
-
-private:
-    size_t room() const { return static_cast<size_t>(end_ - at_); }
-
-    // One character that is not plain; its bytes in the text, or 0 when it does not fit (also when it is plain: then the
-    // room has ended).
-    size_t put_special(const char *text)
-    {
-        const auto *const bytes = reinterpret_cast<const unsigned char *>(text);
-        if (*bytes < 0x80) return put_escape(*text) ? 1 : 0;
-        const zel::utf8_piece piece = zel::utf8_piece_at(bytes);
-        const size_t length = static_cast<size_t>(piece.length);
-        return (piece.well_formed ? put(text, length) : put("\xEF\xBF\xBD", 3)) ? length : 0;
-    }
-
-    bool put_escape(char byte)
-    {
-        static constexpr char escaped[] = "\"\\\b\f\n\r\t", letters[] = "\"\\bfnrt", hex[] = "0123456789abcdef";
-        if (plain[static_cast<unsigned char>(byte)]) return false;
-        if (const char *const found = std::strchr(escaped, byte); found != nullptr) {
-            const char text[] = {'\\', letters[found - escaped]};
-            return put(text, sizeof text);
-        }
-        const char text[] = {'\\', 'u', '0', '0', hex[byte >> 4], hex[byte & 15]};
-        return put(text, sizeof text);
-    }
-
-    char *const start_;
-    char *at_ = nullptr;
-    char *end_ = nullptr;
+    explicit operator bool() const { return at != nullptr; }
+    size_t room() const { return static_cast<size_t>(end - at); }
 };
 
-int put_name_and(char *buf, size_t size, int pos, const char *name, const char *text, size_t length)
+constexpr place nowhere{nullptr, nullptr};
+
+place place_at(char *buf, size_t size, int pos)
 {
-    cursor out(buf, size, pos);
-    return out && out.begin_value(name) && out.put(text, length) ? out.position() : -1;
+    const size_t limit = std::min(size, size_t{INT_MAX});
+    if (buf == nullptr || pos < 0 || static_cast<size_t>(pos) >= limit) return nowhere;
+    return {buf + pos, buf + limit - 1};
 }
 
-int put_end(char *buf, size_t size, int pos, char bracket)
+inline place put(place out, const char *text, size_t length)
 {
-    cursor out(buf, size, pos);
-    return out && out.put(bracket) ? out.position() : -1;
+    if (!out || out.room() < length) return nowhere;
+    std::memcpy(out.at, text, length);
+    return {out.at + length, out.end};
+}
+
+place put_escape(place out, char byte)
+{
+    static constexpr char escaped[] = "\"\\\b\f\n\r\t", letters[] = "\"\\bfnrt", hex[] = "0123456789abcdef";
+    if (const char *const found = std::strchr(escaped, byte); found != nullptr) {
+        const char text[] = {'\\', letters[found - escaped]};
+        return put(out, text, sizeof text);
+    }
+    const char text[] = {'\\', 'u', '0', '0', hex[byte >> 4], hex[byte & 15]};
+    return put(out, text, sizeof text);
+}
+
+// Puts the character at `text`, plain or not, and moves `text` behind it.
+place put_character(place out, const char *&text)
+{
+    const auto *const bytes = reinterpret_cast<const unsigned char *>(text);
+    const zel::utf8_piece piece = zel::utf8_piece_at(bytes);
+    const char *const character = text;
+    text += piece.length;
+    if (!piece.well_formed) return put(out, "\xEF\xBF\xBD", 3);
+    if (piece.length > 1 || plain[*bytes]) return put(out, character, static_cast<size_t>(piece.length));
+    return put_escape(out, *character);
+}
+
+place put_rest_of_string(place out, const char *text)
+{
+    const char *const end = text + std::strlen(text);
+    while (out && text != end) {
+        const size_t copied = copy_plain(out.at, text, std::min(static_cast<size_t>(end - text), out.room()));
+        text += copied;
+        out.at += copied;
+        if (text != end) out = put_character(out, text);
+    }
+    return put(out, "\"", 1);
+}
+
+// Copies the plain ones of eight bytes up to the first other one and returns how many.
+[[gnu::always_inline]] inline size_t copy_plain_of_eight(char *out, const char *text)
+{
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 8; ++i) {
+        if (!plain[static_cast<unsigned char>(text[i])]) return i;
+        out[i] = text[i];
+    }
+    return 8;
+}
+
+// Names of members and most values are a few plain bytes: for those, going byte by byte takes less time than finding the
+// length first, which pays for longer ones.
+place put_string(place out, const char *text)
+{
+    constexpr size_t short_text = 32;
+    if (!out || out.room() < short_text + 2) return put_rest_of_string(put(out, "\"", 1), text);
+    *out.at++ = '"';
+    size_t copied = 8;
+    for (size_t i = 0; i < short_text && copied == 8; i += copied) {
+        copied = copy_plain_of_eight(out.at, text);
+        out.at += copied;
+        text += copied;
+    }
+    if (*text != '\0') return put_rest_of_string(out, text);
+    *out.at++ = '"';
+    return out;
+}
+
+// What stands before a value: a comma unless it is the first of its kind, and its name.
+inline place begin_value(char *buf, size_t size, int pos, const char *name)
+{
+    place out = place_at(buf, size, pos);
+    if (!out) return nowhere;
+    const char last = pos == 0 ? '[' : out.at[-1];
+    if (last != '[' && last != '{') out = put(out, ",", 1);
+    return name == nullptr ? out : put(put_string(out, name), ":", 1);
+}
+
+int position(const char *buf, place out)
+{
+    return out ? static_cast<int>(out.at - buf) : -1;
 }
 
 }  // namespace
@@ -162,45 +157,45 @@ int zel_json_writer_start(char *buf)
 
 int zel_json_writer_new_obj(char *buf, size_t size, int pos, const char *name)
 {
-    return put_name_and(buf, size, pos, name, "{", 1);
+    return position(buf, put(begin_value(buf, size, pos, name), "{", 1));
 }
 
 int zel_json_writer_new_array(char *buf, size_t size, int pos, const char *name)
 {
-    return put_name_and(buf, size, pos, name, "[", 1);
+    return position(buf, put(begin_value(buf, size, pos, name), "[", 1));
 }
 
 int zel_json_writer_put_int(char *buf, size_t size, int pos, const char *name, int64_t value)
 {
-    cursor out(buf, size, pos);
-    return out && out.begin_value(name) && out.put_integer(value) ? out.position() : -1;
+    const place out = begin_value(buf, size, pos, name);
+    const auto [stop, error] = std::to_chars(out.at, out.end, value);
+    return error == std::errc{} ? position(buf, {stop, out.end}) : -1;
 }
 
 int zel_json_writer_put_str(char *buf, size_t size, int pos, const char *name, const char *value)
 {
-    cursor out(buf, size, pos);
-    return out && out.begin_value(name) && out.put_string(value != nullptr ? value : "") ? out.position() : -1;
+    return position(buf, put_string(begin_value(buf, size, pos, name), value != nullptr ? value : ""));
 }
 
 int zel_json_writer_put_bool(char *buf, size_t size, int pos, const char *name, int value)
 {
-    return value ? put_name_and(buf, size, pos, name, "true", 4) : put_name_and(buf, size, pos, name, "false", 5);
+    const place out = begin_value(buf, size, pos, name);
+    return position(buf, value ? put(out, "true", 4) : put(out, "false", 5));
 }
 
 int zel_json_writer_end_obj(char *buf, size_t size, int pos)
 {
-    return put_end(buf, size, pos, '}');
+    return position(buf, put(place_at(buf, size, pos), "}", 1));
 }
 
 int zel_json_writer_end_array(char *buf, size_t size, int pos)
 {
-    return put_end(buf, size, pos, ']');
+    return position(buf, put(place_at(buf, size, pos), "]", 1));
 }
 
 int zel_json_writer_finish(char *buf, size_t size, int pos)
 {
-    const cursor out(buf, size, pos);
-    if (!out) return -1;
+    if (!place_at(buf, size, pos)) return -1;
     buf[pos] = '\0';
     return pos;
 }
