@@ -1,0 +1,188 @@
+#include "unit.h"
+
+#include "common/unit_root.h"
+#include "service_notify.h"
+#include "zel_debug.h"
+#include "zel_gpio.h"
+#include "zel_sys.h"
+
+#include <net/if.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+
+namespace zel {
+namespace {
+
+constexpr std::chrono::milliseconds command_patience{2000};
+
+std::vector<gpio_phys_cfg_t> pin_table(const unit_settings &settings)
+{
+    std::vector<gpio_phys_cfg_t> table;
+    for (const pin_settings &pin : settings.pins) {
+        table.push_back({pin.in_pin, pin.in_active_low, pin.out_pin, pin.out_active_low, pin.cough});
+    }
+    return table;
+}
+
+std::string in_socket_folder(const char *name)
+{
+    return below_unit_root(std::string(socket_folder) + "/" + name);
+}
+
+}  // namespace
+
+unit::unit(unit_settings settings) : settings_(std::move(settings)) {}
+
+unit::~unit()
+{
+    notify_service("STOPPING=1");
+    udp_.close();
+    link_.close();
+    zel_sys_set_pin_observer(nullptr, nullptr);
+    if (library_started_) zel_gpio_term();
+    zel_sys_control_close();
+    ember_.close();
+    commands_.stop(command_patience);
+    control_.close();
+}
+
+bool unit::start()
+{
+    if (!open_loop() || !claim_root() || !open_control()) return false;
+    net_.reset(zel_net_config_load());
+    if (!net_) return false;
+    parts_.ember_open = ember_.open(settings_, unit_serial());
+    zel_sys_set_pin_observer(change_feed::observe_pin, &feed_);
+    if (zel_sys_control_open() != 0) log_message(1, "%s: The pins have no control socket\n", __func__);
+    if (!start_library()) return false;
+    functions_.register_all();
+    start_inputs();
+    log_message(2, "%s: Unit '%s' (%s) is ready\n", __func__, settings_.friendly_name.c_str(), settings_.product_id.c_str());
+    notify_service("READY=1");
+    return true;
+}
+
+bool unit::claim_root()
+{
+    std::string problem;
+    if (claim_.take(in_socket_folder("unit.lock"), problem)) return true;
+    log_message(0, "%s: The unit cannot start: %s\n", __func__, problem.c_str());
+    return false;
+}
+
+// Blocked before the first thread of a platform library is made, so that no other thread takes the signals.
+bool unit::open_loop()
+{
+    sigset_t wanted;
+    sigemptyset(&wanted);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&wanted, number);
+    sigprocmask(SIG_BLOCK, &wanted, nullptr);
+    (void)signal(SIGPIPE, SIG_IGN);
+    signals_.reset(signalfd(-1, &wanted, SFD_CLOEXEC | SFD_NONBLOCK));
+    const bool ready = signals_ && reactor_.open() &&
+                       reactor_.add(signals_.get(), EPOLLIN, [this](uint32_t) { take_signals(); });
+    if (!ready) log_message(0, "%s: The unit cannot start: %s\n", __func__, std::strerror(errno));
+    return ready;
+}
+
+bool unit::open_control()
+{
+    feed_.set_sink([this](const std::string &line, bool is_call) { control_.broadcast(line, is_call); },
+                   [this] { return control_.anybody_watches(); });
+    const std::string path = in_socket_folder("unit");
+    const auto answer = [this](std::string_view line, control_client &client) { return requests_.answer(line, client); };
+    if (control_.open(reactor_, path, answer)) return true;
+    log_message(0, "%s: The unit cannot start: %s: %s\n", __func__, path.c_str(), std::strerror(errno));
+    return false;
+}
+
+bool unit::start_library()
+{
+    const auto table = pin_table(settings_);
+    library_started_ = true;
+    const int32_t result = zel_gpio_init(table.data(), static_cast<int32_t>(table.size()), settings_.relay_base_pin,
+                                         settings_.relay_count, settings_.virtual_count, settings_.user_buttons, net_.get(),
+                                         net_.get(), ember_.session(), static_cast<uint16_t>(settings_.ember.port),
+                                         ember_.parent());
+    // Without its configuration file the library builds nothing and calls that a success.
+    const bool built = result == 0 && zel_gpio_get_phys_gpio_count() >= 0;
+    if (!built) log_message(0, "%s: The unit cannot start: its ports could not be set up\n", __func__);
+    return built;
+}
+
+void unit::start_inputs()
+{
+    if (if_nametoindex(settings_.interface.c_str()) == 0) {
+        log_message(1, "%s: There is no interface '%s' at present\n", __func__, settings_.interface.c_str());
+    }
+    (void)link_.open(reactor_, settings_.interface, [this](bool up) {
+        zel_gpio_notify_trigger_event(zel_gpio_eth_link_trig(), up ? 0 : 1);
+        feed_.settle();
+    });
+    if (settings_.udp_enabled) (void)udp_.open(reactor_, settings_.udp);
+}
+
+void unit::take_signals()
+{
+    signalfd_siginfo each;
+    while (read(signals_.get(), &each, sizeof each) == static_cast<ssize_t>(sizeof each)) {
+        const int number = static_cast<int>(each.ssi_signo);
+        if (number == SIGCHLD) commands_.reap();
+        else if (number == SIGHUP) {
+            zel_debug_reopen();
+            log_message(2, "%s: The log was opened anew\n", __func__);
+        } else {
+            log_message(2, "%s: Ending on signal %d\n", __func__, number);
+            ending_ = true;
+        }
+    }
+}
+
+void unit::run()
+{
+    while (!ending_) turn();
+}
+
+void unit::turn()
+{
+    fd_set readable, exceptional;
+    FD_ZERO(&readable);
+    FD_ZERO(&exceptional);
+    int highest = -1;
+    zel_gpio_set_fds(&readable, &exceptional, &highest);
+    if (ember_.session() != nullptr) zel_ember_set_fds(ember_.session(), &readable, &highest);
+    zel_sys_control_set_fds(&readable, &highest);
+    reactor_.set_fds(&readable, &highest);
+
+    std::optional<std::chrono::milliseconds> wait = presses_.next_due();
+    if (control_.request_waits()) wait = std::chrono::milliseconds(0);
+    timeval limit{};
+    limit.tv_sec = wait ? wait->count() / 1000 : 0;
+    limit.tv_usec = wait ? wait->count() % 1000 * 1000 : 0;
+    if (select(highest + 1, &readable, nullptr, &exceptional, wait ? &limit : nullptr) < 0) {
+        if (errno != EINTR) log_message(0, "%s: select: %s\n", __func__, std::strerror(errno));
+        FD_ZERO(&readable);
+        FD_ZERO(&exceptional);
+    }
+    process(&readable, &exceptional);
+}
+
+void unit::process(fd_set *readable, fd_set *exceptional)
+{
+    zel_gpio_process_fds(readable, exceptional);
+    feed_.settle();
+    if (ember_.session() != nullptr) zel_ember_process_fds(ember_.session(), readable);
+    zel_sys_control_process_fds(readable);
+    presses_.release_due();
+    reactor_.process();
+    control_.serve_one();
+    feed_.settle();
+    control_.flush();
+}
+
+}  // namespace zel
