@@ -77,6 +77,8 @@ int zel_ember_clear_param_cb(zel_ember_session_t *session, const char *path);
 int zel_ember_remove_element(zel_ember_session_t *provider, zel_ember_element_t *element);
 /** Identifiers from the root joined by "/", with a leading "/". 0, or non-zero when it does not fit `size` bytes. */
 int zel_ember_get_path(zel_ember_session_t *provider, const zel_ember_element_t *element, char *buf, size_t size);
+/** Provider: the port it listens on, which the system chose if the configuration said 0. 0 for anything but a provider. */
+uint16_t zel_ember_get_port(zel_ember_session_t *provider);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,99 @@
+// A consumer session: it keeps a connection to one provider, finds parameters by their identifiers, and tells the application
+// of their values.
+#pragma once
+
+#include "consumer_link.h"
+#include "remote_tree.h"
+
+namespace zel::ember {
+
+constexpr int64_t consumer_silence_ms = 10000;
+constexpr int64_t connect_timeout_ms = 1000;
+constexpr int64_t first_pause_ms = 250, longest_pause_ms = 1000;   // between attempts to connect
+constexpr int64_t answer_timeout_ms = 3000;
+constexpr int64_t retry_ms = 3000;       // an unanswered request is asked again after this
+constexpr int64_t grace_ms = 300;        // some providers spread a directory over several messages
+
+class consumer final : public zel_ember_session, private link_owner, private glow::sink {
+public:
+    // Null on failure, which is logged. May throw std::bad_alloc.
+    static std::unique_ptr<consumer> create(const zel_ember_session_config_t &config, clock_function clock = monotonic_ms);
+    ~consumer() override;
+
+    // False if the path is none. May throw std::bad_alloc.
+    bool follow(const char *path, void *user_data, zel_ember_value_cb_t callback);
+    bool stop_following(const char *path);
+
+private:
+    struct follower {
+        std::string path;                    // as the application wrote it
+        std::vector<std::string> steps;
+        void *user_data = nullptr;
+        zel_ember_value_cb_t callback = nullptr;
+        bool active = true;                  // false: replaced or cleared
+        enum class told : uint8_t { nothing, no_value, value } last = told::nothing;
+        int64_t integer = 0;                 // last told
+        std::string text;
+    };
+
+    // Where a follower stands: to be asked for, under way, or with a result.
+    struct standing {
+        enum class is : uint8_t { to_ask, under_way, no_value, value } what;
+        remote_element *at;                  // to be asked; or holds the value; or is to blame
+    };
+
+    consumer(const zel_ember_session_config_t &config, int64_t silence_ms, clock_function clock);
+
+    // The link
+    void on_link_up(consumer_link &link) override;
+    void on_link_message(consumer_link &link, std::span<const uint8_t> message) override;
+    void run_due() override;
+    void open_link(std::unique_ptr<consumer_link> &link);
+    void retire(std::unique_ptr<consumer_link> &link);
+    void keep_link();
+    void keep_connected();
+    void keep_probing();
+    void adopt_probe();
+    void lose_link();
+    void pause_before_connecting();
+    void tell_connected(bool connected);
+    bool is_linked() const { return link_ && link_->is_up(); }
+
+    // The tree
+    void element_begin(const glow::element &said) override;
+    void note_answer(const glow::element &said);
+    void check_request();
+    void send_request();
+    void finish_request(asking outcome);
+
+    // The application
+    standing stand(const follower &f);
+    standing stand_at(remote_element &e);
+    void settle();
+    void settle_one(follower &f);
+    void tell(follower &f, const remote_element *e);
+
+    socket_address provider_;
+    std::string address_;
+    uint16_t port_ = 0;
+    void *const user_data_;
+    const zel_ember_connect_cb_t connect_cb_;
+    const int64_t silence_ms_;
+
+    std::unique_ptr<consumer_link> link_, probe_;
+    std::vector<std::unique_ptr<consumer_link>> retired_;   // until the round is over
+    bool told_connected_ = false;
+    bool outage_logged_ = false;
+    int64_t next_attempt_ = 0;
+    int64_t pause_ms_ = first_pause_ms;
+
+    remote_tree tree_;
+    std::optional<glow::path> request_;      // the one under way
+    bool answered_ = false;                  // by the message being read
+    bool saw_element_ = false;
+    std::vector<std::shared_ptr<follower>> followers_;
+    std::vector<std::shared_ptr<follower>> settling_;
+    ber::writer writer_;
+};
+
+}  // namespace zel::ember

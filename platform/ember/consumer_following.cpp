@@ -1,0 +1,223 @@
+// How a consumer gets from a path of identifiers to a value: directory by directory, one request at a time.
+
+#include <zel_debug.h>
+
+#include <algorithm>
+
+#include "consumer.h"
+
+namespace zel::ember {
+
+namespace {
+
+// Steps of a path with or without a leading "/"; empty if it is no path.
+std::vector<std::string> split_path(std::string_view path)
+{
+    std::vector<std::string> steps;
+    if (path.starts_with('/'))
+        path.remove_prefix(1);
+    for (;;) {
+        const size_t end = path.find('/');
+        if (end == 0 || path.empty() || steps.size() == glow::max_path)
+            return {};
+        steps.emplace_back(path.substr(0, end));
+        if (end == path.npos)
+            return steps;
+        path.remove_prefix(end + 1);
+    }
+}
+
+}  // namespace
+
+bool consumer::follow(const char *path, void *user_data, zel_ember_value_cb_t callback)
+{
+    auto fresh = std::make_shared<follower>();
+    fresh->path = path;
+    fresh->steps = split_path(path);
+    if (fresh->steps.empty())
+        return false;
+    fresh->user_data = user_data;
+    fresh->callback = callback;
+    const auto same = std::ranges::find(followers_, fresh->steps, [](const auto &f) { return f->steps; });
+    if (same == followers_.end()) {
+        followers_.push_back(std::move(fresh));
+    } else {
+        (*same)->active = false;
+        *same = std::move(fresh);
+        // Asked again for what was not there: look again.
+        const standing now_at = stand(**same);
+        if (now_at.what == standing::is::no_value && now_at.at->directory != asking::asked)
+            now_at.at->directory = asking::not_asked;
+    }
+    due_at(now());
+    return true;
+}
+
+bool consumer::stop_following(const char *path)
+{
+    const auto steps = split_path(path);
+    const auto found = std::ranges::find(followers_, steps, [](const auto &f) { return f->steps; });
+    if (steps.empty() || found == followers_.end())
+        return false;
+    (*found)->active = false;
+    followers_.erase(found);
+    return true;
+}
+
+void consumer::element_begin(const glow::element &said)
+{
+    saw_element_ = true;
+    note_answer(said);
+    bool changed = false;
+    const remote_element *e = ending() ? nullptr : tree_.merge(said, changed);
+    // At once, so that of two changes in one message both are told.
+    if (e != nullptr && changed && e->followed)
+        settle();
+}
+
+// An answer is known by its path. Directories come nested below the element that was asked, or flat, child by child; named
+// children tell a directory from a mere update. An element with neither contents nor children has no children.
+void consumer::note_answer(const glow::element &said)
+{
+    if (!request_ || answered_)
+        return;
+    if (said.where == *request_)
+        answered_ = said.is_parameter || said.has_children || !said.has_contents || said.contents.identifier.has_value();
+    else
+        answered_ = said.where.count == request_->count + 1 && said.where.parent() == *request_ &&
+                    said.contents.identifier.has_value();
+}
+
+void consumer::finish_request(asking outcome)
+{
+    remote_element *e = tree_.find(*request_);
+    request_.reset();
+    if (e == nullptr)
+        return;
+    e->directory = outcome;
+    e->since = round_time();
+}
+
+void consumer::check_request()
+{
+    if (!request_)
+        return;
+    const remote_element *e = tree_.find(*request_);
+    if (e == nullptr || e->directory != asking::asked)
+        request_.reset();        // the element changed its identity meanwhile
+    else if (round_time() - e->since >= answer_timeout_ms)
+        finish_request(asking::unanswered);
+    else
+        due_at(e->since + answer_timeout_ms);
+}
+
+void consumer::send_request()
+{
+    if (request_ || !is_linked())
+        return;
+    for (const auto &f : followers_) {
+        const standing at = stand(*f);
+        if (at.what != standing::is::to_ask)
+            continue;
+        request_ = remote_tree::path_of(*at.at);
+        at.at->directory = asking::asked;
+        at.at->since = round_time();
+        writer_.clear();
+        glow::write_command(writer_, request_->view(), at.at->is_parameter, glow::command_get_directory);
+        link_->send_message(writer_.message());
+        due_at(at.at->since + answer_timeout_ms);
+        return;
+    }
+}
+
+// For what the element's own answer does not show: a child, or a value.
+consumer::standing consumer::stand_at(remote_element &e)
+{
+    using is = standing::is;
+    const int64_t age = round_time() - e.since;
+    switch (e.directory) {
+    case asking::not_asked:
+        return {is::to_ask, &e};
+    case asking::asked:
+        return {is::under_way, &e};
+    case asking::answered:
+        if (age >= grace_ms)
+            return {is::no_value, &e};
+        due_at(e.since + grace_ms);
+        return {is::under_way, &e};
+    case asking::unanswered:
+        if (age >= retry_ms)
+            return {is::to_ask, &e};
+        due_at(e.since + retry_ms);
+        return {is::no_value, &e};
+    }
+    return {is::under_way, &e};
+}
+
+// The node is asked even when an announcement has shown the child already, because only who asked is told of changes.
+consumer::standing consumer::stand(const follower &f)
+{
+    using is = standing::is;
+    remote_element *e = &tree_.root();
+    for (const auto &step : f.steps) {
+        remote_element *child = remote_tree::child_named(*e, step);
+        if (child == nullptr || e->directory == asking::not_asked)
+            return stand_at(*e);
+        if (!child->online || (child->is_parameter && &step != &f.steps.back()))
+            return {is::no_value, child};
+        e = child;
+    }
+    if (!e->is_parameter)
+        return {is::no_value, e};
+    e->followed = true;
+    const bool has_value = e->has_value();
+    if (e->directory == asking::not_asked || (e->directory == asking::unanswered && !has_value))
+        return stand_at(*e);
+    if (e->directory == asking::asked && (!has_value || f.last == follower::told::nothing))
+        return {is::under_way, e};
+    return {has_value ? is::value : is::no_value, e};
+}
+
+// Tell every follower what is due to it. The application may do anything with the session meanwhile.
+void consumer::settle()
+{
+    settling_ = followers_;
+    for (const auto &f : settling_) {
+        if (ending())
+            break;
+        if (f->active)
+            settle_one(*f);
+    }
+    settling_.clear();
+}
+
+void consumer::settle_one(follower &f)
+{
+    const standing at = stand(f);
+    if (at.what == standing::is::value)
+        tell(f, at.at);
+    else if (at.what == standing::is::no_value)
+        tell(f, nullptr);
+}
+
+void consumer::tell(follower &f, const remote_element *e)
+{
+    using told = follower::told;
+    if (e == nullptr) {
+        if (f.last == told::no_value)
+            return;
+        f.last = told::no_value;
+        f.callback(f.user_data, f.path.c_str(), glow::type_null, nullptr);
+        return;
+    }
+    if (f.last == told::value && f.integer == e->integer && f.text == e->text)
+        return;
+    f.text = e->text;
+    f.integer = e->integer;
+    f.last = told::value;
+    const bool is_text = e->kind == glow::value_kind::text;
+    const void *value = is_text ? static_cast<const void *>(f.text.c_str()) : &f.integer;
+    f.callback(f.user_data, f.path.c_str(), static_cast<uint32_t>(e->effective_type()), value);
+}
+
+}  // namespace zel::ember
