@@ -28,40 +28,51 @@ void control_clients::add(unique_fd socket)
     if (epoll_ctl(epoll_, EPOLL_CTL_ADD, added.socket.get(), &event) != 0) lose(added, std::strerror(errno));
 }
 
-void control_clients::serve(uint64_t id, uint32_t events) noexcept
+bool control_clients::serve(uint64_t id, uint32_t events) noexcept
 {
     const auto found = clients_.find(id);
-    if (found == clients_.end() || found->second.lost) return;
+    if (found == clients_.end() || found->second.lost) return false;
     client &served = found->second;
+    bool moved = false;
     try {
         if ((events & EPOLLOUT) != 0) flush(served);
-        if ((events & ~EPOLLOUT) != 0) receive(served);
+        if ((events & ~EPOLLOUT) != 0) moved = receive(served);
     } catch (const std::exception &failure) {
         lose(served, failure.what());  // one of its answers is missing
     }
     if (!served.lost) wait_for(id, served);
+    return moved;
 }
 
-void control_clients::receive(client &from)
+// What follows the first line stays in the socket, where it makes the next turn of the host's loop come.
+bool control_clients::receive(client &from)
 {
-    char bytes[512];
-    const ssize_t got = recv(from.socket.get(), bytes, sizeof(bytes), MSG_DONTWAIT);
-    if (got > 0) take(from, bytes, static_cast<size_t>(got));
-    else if (got == 0 || (errno != EAGAIN && errno != EINTR)) lose(from, nullptr);
+    char bytes[longest_request + 1];
+    const ssize_t seen = recv(from.socket.get(), bytes, sizeof(bytes), MSG_DONTWAIT | MSG_PEEK);
+    if (seen == 0 || (seen < 0 && errno != EAGAIN && errno != EINTR)) lose(from, nullptr);
+    if (seen <= 0) return false;
+    const std::string_view all(bytes, static_cast<size_t>(seen));
+    const std::string_view line = all.substr(0, all.find('\n') + 1);  // all of it, where there is no line feed
+    const std::string_view taken = line.empty() ? all : line;
+    (void)recv(from.socket.get(), bytes, taken.size(), MSG_DONTWAIT);
+    return take(from, taken);
 }
 
-void control_clients::take(client &from, const char *bytes, size_t count)
+bool control_clients::take(client &from, std::string_view bytes)
 {
-    for (size_t i = 0; i < count && !from.lost; ++i) {
-        if (bytes[i] != '\n') {
-            from.request += bytes[i];
-            if (from.request.size() <= longest_request) continue;
-            put(from, "error line too long\n");
-            return lose(from, "its line is too long");
-        }
-        const std::string request = std::exchange(from.request, {});
-        put(from, answer_request(request, from.watching) + "\n");
+    const bool whole = bytes.ends_with('\n');
+    if (whole) bytes.remove_suffix(1);
+    from.request += bytes;
+    if (from.request.size() > longest_request) {
+        put(from, "error line too long\n");
+        lose(from, "its line is too long");
+        return false;
     }
+    if (!whole) return false;
+    request_effects effects;
+    put(from, answer_request(std::exchange(from.request, {}), effects) + "\n");
+    from.watching = from.watching || effects.watches;
+    return effects.moves_contact;
 }
 
 void control_clients::put(client &to, const std::string &text)

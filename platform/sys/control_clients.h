@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace zel {
 
@@ -20,8 +21,9 @@ public:
 
     // Takes the client over, or sends it away where there are too many. May throw std::bad_alloc.
     void add(unique_fd socket);
-    // Something happened on the descriptor of a client, which may have been dropped since.
-    void serve(uint64_t id, uint32_t events) noexcept;
+    // Something happened on the descriptor of a client, which may have been dropped since. Serves one request at most; true if
+    // that moved a contact.
+    bool serve(uint64_t id, uint32_t events) noexcept;
     // Tell everyone who watches. A client that cannot be told is dropped by the next drop_lost().
     void tell_change(int32_t pin, int32_t direction, int level) noexcept;
     void drop_lost();
@@ -35,8 +37,8 @@ private:
         bool lost = false;
     };
 
-    void receive(client &from);
-    void take(client &from, const char *bytes, size_t count);
+    bool receive(client &from);
+    bool take(client &from, std::string_view bytes);
     void put(client &to, const std::string &text);
     void flush(client &to);
     void lose(client &gone, const char *why) noexcept;

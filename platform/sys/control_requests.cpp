@@ -8,19 +8,24 @@
 namespace zel {
 namespace {
 
-std::string press(int32_t pin, bool &)
+std::string move_contact(int32_t pin, int pressed, request_effects &effects)
 {
-    if (zel_sys_sim_press(pin, 1) != 0) return "error pin " + std::to_string(pin) + " is not simulated";
-    return "ok " + std::to_string(pin) + " 1";
+    if (zel_sys_sim_press(pin, pressed) != 0) return "error pin " + std::to_string(pin) + " is not simulated";
+    effects.moves_contact = true;
+    return "ok " + std::to_string(pin) + " " + std::to_string(pressed);
 }
 
-std::string release(int32_t pin, bool &)
+std::string press(int32_t pin, request_effects &effects)
 {
-    if (zel_sys_sim_press(pin, 0) != 0) return "error pin " + std::to_string(pin) + " is not simulated";
-    return "ok " + std::to_string(pin) + " 0";
+    return move_contact(pin, 1, effects);
 }
 
-std::string read_level(int32_t pin, bool &)
+std::string release(int32_t pin, request_effects &effects)
+{
+    return move_contact(pin, 0, effects);
+}
+
+std::string read_level(int32_t pin, request_effects &)
 {
     const pin_state *const state = find_pin_state(pin);
     const bool known = state != nullptr && state->open != nullptr;
@@ -34,7 +39,7 @@ const char *direction_word(int32_t direction)
     return direction == direction_output ? "out" : "in";
 }
 
-std::string list(int32_t, bool &)
+std::string list(int32_t, request_effects &)
 {
     std::string pins;
     int count = 0;
@@ -46,13 +51,13 @@ std::string list(int32_t, bool &)
     return "ok " + std::to_string(count) + pins;
 }
 
-std::string watch(int32_t, bool &watching)
+std::string watch(int32_t, request_effects &effects)
 {
-    watching = true;
+    effects.watches = true;
     return "ok watching";
 }
 
-std::string help(int32_t, bool &)
+std::string help(int32_t, request_effects &)
 {
     return "ok press N | release N | read N | list | watch | help";
 }
@@ -60,7 +65,7 @@ std::string help(int32_t, bool &)
 struct request_row {
     std::string_view word;
     bool takes_pin;
-    std::string (*answer)(int32_t pin, bool &watching);
+    std::string (*answer)(int32_t pin, request_effects &effects);
 };
 
 constexpr request_row rows[] = {
@@ -85,7 +90,7 @@ bool is_pin_number(std::string_view word, int32_t &pin)
 
 }  // namespace
 
-std::string answer_request(std::string_view request, bool &watching)
+std::string answer_request(std::string_view request, request_effects &effects)
 {
     const std::string_view word = next_word(request);
     const std::string_view argument = next_word(request);
@@ -95,7 +100,7 @@ std::string answer_request(std::string_view request, bool &watching)
         int32_t pin = -1;
         if (row.takes_pin && (!is_pin_number(argument, pin) || !ended)) return "error needs one pin number";
         if (!row.takes_pin && !argument.empty()) return "error takes nothing behind it";
-        return row.answer(pin, watching);
+        return row.answer(pin, effects);
     }
     return "error no such request, try help";
 }

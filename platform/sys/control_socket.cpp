@@ -24,6 +24,7 @@ struct control_socket {
     unique_fd epoll;
     control_listener listener;
     control_clients clients;
+    bool contact_moved = false;  // in the last turn
 };
 
 // Released by zel_sys_control_close only: pins may be written as late as in the host's exit handlers.
@@ -72,9 +73,9 @@ void serve_control()
 {
     epoll_event events[control_clients::most_clients];
     const int count = epoll_wait(control->epoll.get(), events, control_clients::most_clients, 0);
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < count && !control->contact_moved; ++i) {
         if (events[i].data.u64 == listener_id) accept_clients();
-        else control->clients.serve(events[i].data.u64, events[i].events);
+        else control->contact_moved = control->clients.serve(events[i].data.u64, events[i].events);
     }
     control->clients.drop_lost();
 }
@@ -99,7 +100,10 @@ void zel_sys_control_set_fds(fd_set *readfds, int *maxfd)
 
 void zel_sys_control_process_fds(fd_set *readfds)
 {
-    if (control == nullptr || readfds == nullptr || !FD_ISSET(control->epoll.get(), readfds)) return;
+    if (control == nullptr || readfds == nullptr) return;
+    // After a contact was moved one turn is left to the pins: a press and a release sent in one breath stay two events,
+    // whichever of control socket and pins the host serves first.
+    if (std::exchange(control->contact_moved, false) || !FD_ISSET(control->epoll.get(), readfds)) return;
     guarded(__func__, 0, [] {
         serve_control();
         return 0;
