@@ -182,6 +182,7 @@ public:
     lines tree() const;
     /// A remote consumer writes: the value is stored, then the callback called. Its result; -2 where a write is refused.
     int write(const std::string &path, int64_t value);
+    int write(const std::string &path, int value) { return write(path, static_cast<int64_t>(value)); }
     int write(const std::string &path, const char *value);
 
     // ---- Consumer sessions, numbered from 1 in the order of their making ----
