@@ -171,6 +171,9 @@ std::string element_path(const zel_ember_element *element)
     return path;
 }
 
+zel_ember_session_t *unit::provider() const { return my->provider.get(); }
+zel_ember_element_t *unit::parent() const { return my->ember_parent; }
+
 parameter unit::parameter_of(const std::string &path) const
 {
     const zel_ember_element *e = find_element(*my, path);

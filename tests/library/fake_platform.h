@@ -213,7 +213,9 @@ public:
 
     int udp_queries() const;
 
-    state &internals() { return *my; }
+    // The handles that the library is given.
+    zel_ember_session_t *provider() const;
+    zel_ember_element_t *parent() const;
 
 private:
     std::unique_ptr<state> my;
