@@ -392,3 +392,35 @@ TEST(an_input, of_a_callback_that_reports_events_and_registers_names_goes_on)
     EXPECT_EQ(zel::relays[0].active_trigs, 2);
     EXPECT_TRUE(unit.is_open(3));
 }
+
+TEST(set_fds, does_without_a_read_set)
+{
+    unit unit;
+    unit.gpis(1);
+    input(unit, 0);
+    ASSERT_EQ(unit.start(), 0);
+    fd_set exceptfds;
+    FD_ZERO(&exceptfds);
+    int maxfd = -1;
+    zel_gpio_set_fds(nullptr, &exceptfds, &maxfd);
+    EXPECT_EQ(maxfd, unit.pin_fd(1));
+    zel_gpio_process_fds(nullptr, &exceptfds);
+    EXPECT_EQ(zel::gpios[0].state, 1);   // its descriptor was in the set
+}
+
+TEST(an_input, from_index_64_on_calls_its_handlers_but_cannot_assert_them)
+{
+    unit unit;
+    unit.virtuals(70);
+    for (const char *const port : {"virtual/vgpio_63", "virtual/vgpio_64", "virtual/vgpio_69"})
+        unit.set(std::string(port) + "/type", 1).set(std::string(port) + "/handler_invert", "1");   // asserted while the input is off
+    unit.set("virtual/vgpio_63/handler", "A").set("virtual/vgpio_64/handler", "B").set("virtual/vgpio_69/handler", "C");
+    ASSERT_EQ(unit.start(), 0);
+    unit.take();
+    unit.handler("A"), unit.handler("B"), unit.handler("C");
+    EXPECT_EQ(unit.take_of("callback"), (lines{"callback A source 63 state 1 context 0", "callback B source 64 state 0 context 0",
+                                               "callback C source 69 state 0 context 0"}));
+    EXPECT_EQ(handler_list[0].port_mask, uint64_t{1} << 63);
+    EXPECT_EQ(handler_list[1].port_mask, 0U);
+    EXPECT_EQ(handler_list[2].port_mask, 0U);
+}
