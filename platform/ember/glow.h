@@ -63,9 +63,6 @@ public:
 // Report what stands in a message; false if it is broken. What stands before the break has been reported by then.
 bool read_message(std::span<const uint8_t> message, sink &to);
 
-// Type of a parameter as a controller derives it from everything that it was told.
-int64_t effective_type(const contents &known);
-
 // Writers: like everything that ber::writer does, these are called from the last part of a message to the first.
 
 // Remember a mark, write elements, then close: Root { RootElementCollection { ... } }.

@@ -269,20 +269,4 @@ bool read_message(std::span<const uint8_t> message, sink &to)
     return message_reader(message, to).read();
 }
 
-int64_t effective_type(const contents &known)
-{
-    if (known.type == type_trigger)
-        return type_trigger;
-    if ((known.enumeration && !known.enumeration->empty()) || known.has_enum_map)
-        return type_enum;
-    switch (known.current.kind) {
-    case value_kind::integer: return type_integer;
-    case value_kind::real: return type_real;
-    case value_kind::text: return type_string;
-    case value_kind::boolean: return type_boolean;
-    case value_kind::octets: return type_octets;
-    default: return known.type.value_or(type_null);
-    }
-}
-
 }  // namespace zel::ember::glow
