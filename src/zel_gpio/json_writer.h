@@ -1,0 +1,31 @@
+// A JSON document in a caller's buffer. Once something does not fit, the position stays -1 and nothing more is written.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "zel_json.h"
+
+namespace zel {
+
+class json_writer {
+public:
+    json_writer(char *buf, size_t size, int pos) : buf_(buf), size_(size), pos_(pos) {}
+
+    void begin_object(const char *name = nullptr) { pos_ = zel_json_writer_new_obj(buf_, size_, pos_, name); }
+    void end_object() { pos_ = zel_json_writer_end_obj(buf_, size_, pos_); }
+    void begin_array(const char *name) { pos_ = zel_json_writer_new_array(buf_, size_, pos_, name); }
+    void end_array() { pos_ = zel_json_writer_end_array(buf_, size_, pos_); }
+    void put(const char *name, int32_t value) { pos_ = zel_json_writer_put_int(buf_, size_, pos_, name, value); }
+    void put(const char *name, const char *value) { pos_ = zel_json_writer_put_str(buf_, size_, pos_, name, value); }
+    void put(const char *name, bool value) { pos_ = zel_json_writer_put_bool(buf_, size_, pos_, name, value); }
+
+    int position() const { return pos_; }
+
+private:
+    char *buf_;
+    size_t size_;
+    int pos_;
+};
+
+}  // namespace zel
