@@ -66,7 +66,7 @@ void json_lines::object(const std::string &place)
         skip_blanks();
         const int key_line = line_;
         const std::string member = member_place(place, string_token());
-        if (!lines_.emplace(member, key_line).second) repeated_.push_back(member);
+        if (!lines_.emplace(member, key_line).second) repeated_.push_back({member, key_line});
         take(':');
         value(member);
         take(',');

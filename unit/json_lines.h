@@ -20,8 +20,12 @@ public:
 
     // Line of a value, counting from 1; that of the nearest enclosing value for one that is not there.
     int line_of(std::string_view place) const;
+    struct repetition {
+        std::string place;
+        int line;  // of the later one
+    };
     // Members that are given more than once, in the text's order.
-    const std::vector<std::string> &repeated() const { return repeated_; }
+    const std::vector<repetition> &repeated() const { return repeated_; }
 
 private:
     void value(const std::string &place);
@@ -35,7 +39,7 @@ private:
     size_t position_ = 0;
     int line_ = 1;
     std::unordered_map<std::string, int> lines_;
-    std::vector<std::string> repeated_;
+    std::vector<repetition> repeated_;
 };
 
 }  // namespace zel

@@ -213,11 +213,11 @@ void find_lines(const std::string &path, std::vector<mistake> &mistakes)
 {
     const std::string text = whole_text(path);
     const json_lines lines(text);
-    for (const std::string &place : lines.repeated()) {
-        const bool in_comment = is_comment(place) || place.find(".#") != std::string::npos;
-        if (!in_comment) mistakes.push_back({place, "is given twice", 0});
-    }
     for (mistake &each : mistakes) each.line = lines.line_of(each.place);
+    for (const auto &[place, line] : lines.repeated()) {
+        const bool in_comment = is_comment(place) || place.find(".#") != std::string::npos;
+        if (!in_comment) mistakes.push_back({place, "is given twice", line});
+    }
     std::ranges::stable_sort(mistakes, {}, &mistake::line);
 }
 
