@@ -121,7 +121,7 @@ public:
 
     /// Register a handler whose calls are journalled; `hook` runs inside each call, after its line.
     int32_t handler(const std::string &name, std::function<void(int32_t source, uint8_t state, uintptr_t context)> hook = {});
-    int32_t led_handler(int32_t led_id);
+    int32_t led_handler(int32_t led_id, std::function<void(int32_t source, uint8_t state, uintptr_t context)> hook = {});
     int32_t trigger(const std::string &name);   // zel_gpio_register_trigger
     void raise(const std::string &trigger_name);
     void clear(const std::string &trigger_name);
