@@ -15,8 +15,7 @@ extern ember_nodes nodes;  // null where there is no such node, all of them with
 enum ember_access : int { access_read = 1, access_write = 3 };
 
 // A read-only text under `parent`, named by `format` with the id. Null if there is no parent or the provider fails.
-zel_ember_element_t *add_name_leaf(zel_ember_element_t *parent, const char *format, int32_t id, const char *name)
-    __attribute__((format(printf, 2, 0)));
+zel_ember_element_t *add_name_leaf(zel_ember_element_t *parent, const char *format, int32_t id, const char *name);
 // Removes an element, if there is one, and makes the handle null.
 void remove_element(zel_ember_element_t *&element);
 

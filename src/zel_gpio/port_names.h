@@ -17,8 +17,8 @@ void get_gpio_port_name(int32_t number, uint32_t gpio_class, char *buf);
 // The number within its class that users see for the port at this index, from 1 (cough ports go on from the GPI ports).
 int32_t display_number(int32_t index);
 
-// "GPI 3" for (format "GPI %d", 3).
-port_name numbered(const char *format, int32_t number) __attribute__((format(printf, 1, 0)));
+// "GPI 3" for ("GPI %d", 3). `format` has one "%d".
+port_name numbered(const char *format, int32_t number);
 
 // Key of the port in its section of the configuration file.
 port_name port_key(const gpio_port_t &port);
