@@ -46,7 +46,9 @@ json_reading failed(json_state state, const char *format, ...)
 json_reading failed_by_errno(int error)
 {
     const bool missing = error == ENOENT || error == ENOTDIR;
-    return failed(missing ? json_state::missing : json_state::unreadable, "%s", std::strerror(error));
+    const bool exhausted = error == EMFILE || error == ENFILE || error == ENOMEM;
+    return failed(missing ? json_state::missing : exhausted ? json_state::no_resources : json_state::unreadable, "%s",
+                  std::strerror(error));
 }
 
 // Bytes read, fewer than asked for only at the end of the file; -1 with errno.
@@ -67,7 +69,11 @@ json_reading parse(const char *text, size_t length)
 {
     json_error_t error;
     json_handle root(json_loadb(text, length, 0, &error));
-    if (!root) return failed(json_state::unreadable, "line %d column %d: %s", error.line, error.column, error.text);
+    if (!root) {
+        const bool exhausted = json_error_code(&error) == json_error_out_of_memory;
+        return failed(exhausted ? json_state::no_resources : json_state::unreadable, "line %d column %d: %s", error.line,
+                      error.column, error.text);
+    }
     if (!json_is_object(root.get())) return failed(json_state::unreadable, "the outermost value is not an object");
     json_reading result;
     result.state = json_state::good;
@@ -89,7 +95,7 @@ json_reading read_json_file(const char *path) noexcept
     }
     const size_t size = static_cast<size_t>(status.st_size);
     const text_buffer text(static_cast<char *>(std::malloc(size + 1)));
-    if (!text) return failed(json_state::unreadable, "no memory for %zu bytes", size);
+    if (!text) return failed(json_state::no_resources, "no memory for %zu bytes", size);
     const ssize_t length = read_fully(file.fd(), text.get(), size);
     return length < 0 ? failed_by_errno(errno) : parse(text.get(), static_cast<size_t>(length));
 }

@@ -13,12 +13,13 @@ struct json_release {
 };
 using json_handle = std::unique_ptr<json_t, json_release>;
 
-enum class json_state { good, missing, unreadable };
+// `no_resources`: no memory or descriptors were left; that says nothing about the file, which is fine perhaps.
+enum class json_state { good, missing, unreadable, no_resources };
 
 struct json_reading {
     json_state state = json_state::unreadable;
     json_handle root;        // an object when state is good, else null
-    char problem[256] = "";  // what is wrong and where, without the file's name, when unreadable
+    char problem[256] = "";  // what is wrong and where, without the file's name, unless good
 };
 
 // A settings file is some hundred kilobytes at most; what is larger is not ours and is not taken into memory.

@@ -39,8 +39,9 @@ unit_file unit_file::load() noexcept
     try {
         const std::string path = below_unit_root(unit_file_path);
         json_reading reading = read_json_file(path.c_str());
-        if (reading.state == json_state::unreadable) log_message(0, "%s: %s: %s\n", __func__, path.c_str(), reading.problem);
-        file.state_ = reading.state;
+        const bool usable = reading.state == json_state::good || reading.state == json_state::missing;
+        if (!usable) log_message(0, "%s: %s: %s\n", __func__, path.c_str(), reading.problem);
+        file.state_ = usable ? reading.state : json_state::unreadable;
         file.root_ = std::move(reading.root);
     } catch (const std::bad_alloc &) {
         log_message(0, "%s: no memory for the unit's configuration\n", __func__);
