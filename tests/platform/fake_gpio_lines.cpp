@@ -243,6 +243,7 @@ int fake_gpio_lines::export_line(const std::string &text, bool wanted)
     const int offset = std::stoi(text) - base;
     if (offset < 0 || offset >= count) return EINVAL;
     gpio_line &line = lines_[offset];
+    if (offset == taken) return wanted ? EBUSY : EINVAL;
     if (line.exported == wanted) return wanted ? EBUSY : EINVAL;
     line.exported = wanted;
     ++line.generation;

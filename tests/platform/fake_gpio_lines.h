@@ -14,7 +14,7 @@
 
 class fake_gpio_lines : fuse_tree {
 public:
-    static constexpr int base = 504, count = 8;
+    static constexpr int base = 504, count = 8, taken = 3;  // a driver uses one line
     static constexpr const char *label = "fake-chip";
 
     fake_gpio_lines();

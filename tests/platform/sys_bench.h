@@ -2,6 +2,7 @@
 #pragma once
 
 #include "temp_folder.h"
+#include "test_lines.h"
 #include "zel_sys.h"
 
 #include <cstdint>
@@ -37,7 +38,11 @@ public:
     virtual void press(int n, bool pressed, bool active_low = false) = 0;
     // The logical level of an output as somebody outside sees it.
     virtual int output_level(int n, bool active_low = false) = 0;
-    virtual bool simulated() const { return false; }
+    // Lines of the machine only: the pin of one that a driver uses; what another program does to the line of input `n`.
+    virtual int32_t taken_pin() const { return -1; }
+    virtual void take_away(int) {}
+    virtual bool export_by_hand(int) { return false; }
+    bool simulated() const { return taken_pin() < 0; }
 };
 
 struct bench_kind {
@@ -47,10 +52,9 @@ struct bench_kind {
 inline std::ostream &operator<<(std::ostream &out, const bench_kind &kind) { return out << kind.name; }
 
 // Those that work on this machine: a back end without its means is no instance, rather than a test that skips itself.
-// Real lines are used where ZEL_TEST_LINES ("label of the chip:offset,offset,..." three inputs, then two outputs) and
-// ZEL_TEST_LINE_CHANNEL (a terminal that answers "set OFFSET LEVEL" by "ok" and "get OFFSET" by "ok LEVEL") are set.
 std::vector<bench_kind> benches();
+// Of these the ones with lines of the machine, real or made up.
+std::vector<bench_kind> machine_benches();
 
 // In a real select(): exceptional now, or at most so much later.
 bool exceptional(int fd, int within_ms = 0);
-constexpr int patience_ms = 20000;

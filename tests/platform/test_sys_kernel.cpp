@@ -19,7 +19,7 @@ const std::string configuration = R"({
     "kernel_lines": {"5": {"chip": "fake-chip", "offset": 5}, "6": {"chip": "no-chip", "offset": 0},
                      "7": {"chip": "fake-chip", "offset": 8}, "8": {"chip": "fake-chip"}, "9": {"offset": 1},
                      "504": {"chip": "fake-chip", "offset": 0}, "x": {"chip": "fake-chip", "offset": 0}},
-    "pins": [{"in_pin": 504, "out_pin": 505, "out_active_low": true}, {"in_pin": 506, "out_pin": 507}]
+    "pins": [{"in_pin": 504, "out_pin": 505, "out_active_low": true}, {"in_pin": 506, "out_pin": 508}]
 })";
 
 class kernel_lines : public testing::TestWithParam<int> {
@@ -115,11 +115,11 @@ TEST_P(kernel_lines, that_drive_an_active_low_output_never_go_low_while_it_is_of
 
 TEST_P(kernel_lines, that_drive_an_active_high_output_never_go_high_while_it_is_off)
 {
-    const pin_handle pin = open_pin(507, out);
+    const pin_handle pin = open_pin(508, out);
     ASSERT_NE(pin, nullptr);
     EXPECT_EQ(zel_sys_gpio_set_active_low(pin.get(), 0), 0);
     EXPECT_EQ(zel_sys_gpio_write(pin.get(), 0), 0);
-    EXPECT_EQ(lines.output_levels(3), (std::vector<int>{0, 0}));
+    EXPECT_EQ(lines.output_levels(4), (std::vector<int>{0, 0}));
 }
 
 TEST_P(kernel_lines, belong_to_one_pin_even_where_two_numbers_name_them)
@@ -245,12 +245,12 @@ TEST_P(kernel_lines, that_went_away_and_came_back_work_after_opening_again)
 
 TEST_P(kernel_lines, that_go_away_fail_to_be_written)
 {
-    const pin_handle pin = open_pin(507, out);
-    lines.unexport_by_hand(3);
+    const pin_handle pin = open_pin(508, out);
+    lines.unexport_by_hand(4);
     EXPECT_EQ(zel_sys_gpio_write(pin.get(), 1), -1);
     EXPECT_EQ(zel_sys_gpio_write(pin.get(), 1), -1);
     EXPECT_EQ(zel_sys_gpio_read(pin.get()), -1);
-    EXPECT_EQ(count_logged(0, {"Pin 507 (line 507)", "gone"}), 1);
+    EXPECT_EQ(count_logged(0, {"Pin 508 (line 508)", "gone"}), 1);
 }
 
 TEST_P(kernel_lines, whose_bus_fails_once_are_read_again)
@@ -267,7 +267,7 @@ TEST_P(kernel_lines, whose_bus_fails_once_are_read_again)
 
 TEST_P(kernel_lines, that_refuse_a_level_say_so_and_tell_no_change)
 {
-    const pin_handle pin = open_pin(507, out);
+    const pin_handle pin = open_pin(508, out);
     int changes = 0;
     zel_sys_set_pin_observer([](void *count, int32_t, int32_t, int) { ++*static_cast<int *>(count); }, &changes);
     lines.fail("value write", EIO, 1);

@@ -214,6 +214,14 @@ TEST_P(pins, an_output_keeps_its_logical_level_when_its_polarity_changes)
     }
 }
 
+TEST_P(pins, an_output_that_the_configuration_calls_active_low_starts_off)
+{
+    const pin_handle pin = open_pin(bench->output(1), out);
+    EXPECT_EQ(bench->output_level(1, true), 0) << "before its polarity was set";
+    EXPECT_EQ(zel_sys_gpio_set_active_low(pin.get(), 1), 0);
+    EXPECT_EQ(bench->output_level(1, true), 0);
+}
+
 TEST_P(pins, an_output_has_no_descriptor_and_no_edges)
 {
     const pin_handle pin = open_pin(bench->output(0), out);
@@ -379,6 +387,42 @@ TEST_P(pins, edges_go_on_for_ever)
 }
 
 INSTANTIATE_TEST_SUITE_P(on, pins, testing::ValuesIn(benches()), [](const auto &kind) { return kind.param.name; });
+
+// What only lines of the machine do.
+class machine_pins : public pins {};
+
+TEST_P(machine_pins, whose_line_is_taken_away_have_no_descriptor_any_more)
+{
+    const pin_handle pin = input_at_rest(0, both, false);
+    bench->take_away(0);
+    EXPECT_TRUE(exceptional(zel_sys_gpio_fd(pin.get()), patience_ms));
+    EXPECT_EQ(zel_sys_gpio_read(pin.get()), -1);
+    EXPECT_EQ(zel_sys_gpio_fd(pin.get()), -1);
+    EXPECT_EQ(zel_sys_gpio_read(pin.get()), -1);
+    EXPECT_LT(zel_sys_gpio_set_edge(pin.get(), both), 0);
+    EXPECT_EQ(count_logged(0, {"Pin " + std::to_string(bench->input(0)), "gone"}), 1);
+}
+
+TEST_P(machine_pins, whose_line_a_driver_uses_are_busy)
+{
+    EXPECT_EQ(zel_sys_gpio_open(bench->taken_pin(), in), nullptr);
+    EXPECT_EQ(count_logged(0, {"Pin " + std::to_string(bench->taken_pin()), "export", "busy"}), 1);
+}
+
+TEST_P(machine_pins, share_a_line_that_another_program_exported_and_leave_it_exported)
+{
+    ASSERT_TRUE(bench->export_by_hand(0));
+    for (int round = 0; round < 2; ++round) {
+        const pin_handle pin = input_at_rest(0, both, true);
+        bench->press(0, true, true);
+        EXPECT_TRUE(exceptional(zel_sys_gpio_fd(pin.get()), patience_ms));
+    }
+    EXPECT_FALSE(bench->export_by_hand(0)) << "it was unexported";
+    bench->take_away(0);
+}
+
+INSTANTIATE_TEST_SUITE_P(on, machine_pins, testing::ValuesIn(machine_benches()), [](const auto &kind) { return kind.param.name; });
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(machine_pins);
 
 TEST(null_pins, give_an_error_and_do_nothing)
 {
