@@ -14,7 +14,7 @@ namespace zel::ember {
 
 namespace {
 
-constexpr int backlog = 64;
+constexpr int backlog = 256;
 constexpr int accepted_at_once = 16;
 // Enough for any answer; without a bound the system would keep megabytes of outdated values for a client that reads slowly.
 constexpr int send_buffer = 128 << 10;

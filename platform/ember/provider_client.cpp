@@ -111,15 +111,15 @@ void provider_client::send(const message_ref &message)
 
 void provider_client::flush()
 {
-    if (is_dropped() || blocked_)
+    if (is_dropped())
         return;
-    const auto outcome = output_.write_to(socket_.get());
+    const auto outcome = blocked_ ? output_queue::outcome::blocked : output_.write_to(socket_.get());
     if (outcome == output_queue::outcome::broken) {
         drop(nullptr);
         return;
     }
     blocked_ = outcome == output_queue::outcome::blocked;
-    update_interest();
+    update_interest();     // also of a blocked client: more may wait than before
 }
 
 void provider_client::update_interest()
