@@ -240,8 +240,8 @@ int zel_ipc_client::keep(message_queue &queue, uint8_t type, const void *payload
     if (queue.push(type, payload, length)) return 0;
     if (!told_full_) {
         told_full_ = true;
-        log_message(1, "%s: %u messages (%zu bytes) wait for server %s; no room for more\n", __func__, queue.messages(),
-                    queue.bytes(), place_.server());
+        log_message(1, "%s: %u messages (%zu bytes) wait for server %s; no room or memory for more\n", __func__,
+                    queue.messages(), queue.bytes(), place_.server());
     }
     return -1;
 }

@@ -134,7 +134,8 @@ int zel_ipc_server::send(uint32_t id, uint8_t type, const void *payload, uint32_
         wait_for_what_matters(*to);
         return 0;
     }
-    log_message(1, "%s: Client '%s' (process %d) of server %s does not read (%u messages, %zu bytes wait); disconnecting it\n",
+    log_message(1, "%s: Client '%s' (process %d) of server %s does not read, or there is no memory; disconnecting it with %u "
+                   "messages (%zu bytes) not delivered\n",
                 __func__, to->name, to->pid, place_.server(), to->waiting.messages(), to->waiting.bytes());
     let_go(*to);
     return -1;

@@ -68,7 +68,8 @@ private:
 
     uint32_t leaving_ = 0;           // how many peers are to be dismissed
     int64_t listen_again_ms_ = 0;    // when clients are accepted again; 0: they are
-    bool told_full_ = false;
+    bool told_full_ = false;         // that clients are turned away
+    bool told_resting_ = false;
     bool at_work_ = false;
     bool ended_ = false;
     zel::ipc::packet received_;

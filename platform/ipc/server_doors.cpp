@@ -29,6 +29,7 @@ bool zel_ipc_server::accept_one()
 {
     zel::unique_fd socket(accept4(listening_.socket(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (socket) {
+        told_resting_ = false;
         admit(std::move(socket));
         return true;
     }
@@ -70,8 +71,11 @@ void zel_ipc_server::turn_away(const char *why, const ucred &who)
 // Without descriptors or memory the connection stays pending and the listening socket readable: look away for a while.
 void zel_ipc_server::rest_listening()
 {
-    log_message(1, "%s: Server %s cannot accept clients (%s); trying again later\n", __func__, place_.server(),
-                std::strerror(errno));
+    if (!told_resting_) {
+        log_message(1, "%s: Server %s cannot accept clients (%s); trying again until it can\n", __func__, place_.server(),
+                    std::strerror(errno));
+    }
+    told_resting_ = true;
     if (!sources_.change(listening_.socket(), 0, listening_tag)) return;
     listen_again_ms_ = now_ms() + accept_rest_ms;
     arm_timer();
