@@ -282,7 +282,7 @@ int32_t unit::handler(const std::string &name, std::function<void(int32_t, uint8
 
 int32_t unit::led_handler(int32_t led_id, std::function<void(int32_t, uint8_t, uintptr_t)> hook)
 {
-    my->handlers.push_back(std::make_unique<handler_call>(handler_call{format("User LED %d", led_id + 1), std::move(hook)}));
+    my->handlers.push_back(std::make_unique<handler_call>(handler_call{format("User LED %lld", led_id + 1LL), std::move(hook)}));
     return zel_gpio_register_user_led_handler(led_id, call_back, my->handlers.back().get());
 }
 
