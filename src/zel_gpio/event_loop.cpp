@@ -25,7 +25,7 @@ void input_changed(gpio_port_t &port)
 {
     set_port_handler_state(port.index);
     snmp_send_gpio_info(port.index);
-    (void)publish_byte(port.ember_state, port.state);
+    (void)publish_int64(port.ember_state, port.state);
     zel_gpio_notify_trigger_event(port.trig_ids[0], port.state);
 }
 

@@ -45,11 +45,8 @@ void deliver_saved_triggers(handler_t &handler)
 {
     const trigger_view list = triggers_of(handler);
     (void)get_triggers_for_handler(&handler);
-    int32_t active = 0;
     for (int32_t k = 0; k < handler.num_trigs; ++k) {
-        if (handler.trig_ids[k] == none) continue;
-        active += entry_is_active(list, k);
-        handler_trigger_event(&handler, active);
+        if (handler.trig_ids[k] != none) handler_trigger_event(&handler, count_active_first(list, k + 1));
     }
 }
 

@@ -15,8 +15,7 @@ bool text_builder::add(std::string_view separator, std::string_view prefix, std:
         return false;
     }
     for (const std::string_view part : {separator, prefix, text}) {
-        std::memcpy(buffer_ + length_, part.data(), part.size());
-        length_ += part.size();
+        length_ += part.copy(buffer_ + length_, part.size());
     }
     buffer_[length_] = '\0';
     any_ = true;

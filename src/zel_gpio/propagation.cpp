@@ -11,21 +11,33 @@ namespace zel {
 
 namespace {
 
-// One change of a trigger on its way to the listeners.
+// One change of a trigger on its way to the listeners. A callback may change the trigger again, or free its slot, meanwhile.
 struct trigger_change {
     int32_t id;
     uint8_t state;
 
-    // False once a callback changed the trigger again; that change has reached every listener, so this one must not go on.
-    bool stands() const { return trigger_list[id].name != nullptr && trigger_list[id].state == state; }
+    bool has_listeners() const { return trigger_list[id].name != nullptr; }
+    bool stands() const { return trigger_list[id].state == state; }
 };
 
+// A button flips at each change, also at one that another change overtook.
 void flip_button(gpio_port_t &port, uint8_t trigger_state)
 {
     port.state = !port.state;
     set_port_handler_state(port.index);
     snmp_send_gpio_info(port.index);
     (void)publish_int64(port.ember_state, trigger_state);
+}
+
+// How many entries are active now that `entry` is told. Those behind it that wait to be told of the same change count as before it,
+// so that the count goes up and down by one; it comes out right whatever else happened to the list meanwhile.
+int32_t count_when_told(const trigger_view &list, int32_t entry, const trigger_change &change)
+{
+    int32_t active = count_active(list);
+    for (int32_t k = entry + 1; change.stands() && k < *list.count; ++k) {
+        if (list.ids[k] == change.id) active += entry_is_active(list, k) ? -1 : 1;
+    }
+    return active;
 }
 
 void tell_port_entry(gpio_port_t &port, const trigger_change &change)
@@ -41,7 +53,7 @@ void tell_port_entry(gpio_port_t &port, const trigger_change &change)
 void tell_relay_entry(relay_t &relay, int32_t entry, const trigger_change &change)
 {
     const trigger_view list = triggers_of(relay);
-    relay_trigger_event(&relay, change.state != list.inverts[entry], count_when_told(list, entry));
+    relay_trigger_event(&relay, entry_is_active(list, entry), count_when_told(list, entry, change));
     snmp_send_relay_info(relay.index);
 }
 
@@ -54,8 +66,8 @@ int32_t led_handler_count(const handler_t &handler, bool active)
 void tell_handler_entry(handler_t &handler, int32_t entry, const trigger_change &change)
 {
     const trigger_view list = triggers_of(handler);
-    const bool active = change.state != list.inverts[entry];
-    handler_trigger_event(&handler, handler.led_handler ? led_handler_count(handler, active) : count_when_told(list, entry));
+    handler_trigger_event(&handler, handler.led_handler ? led_handler_count(handler, entry_is_active(list, entry))
+                                                        : count_when_told(list, entry, change));
 }
 
 // Calls `tell` for each entry of the list that holds the trigger, in order. False if there was none.
@@ -63,19 +75,20 @@ template <typename teller>
 bool tell_entries(const trigger_view &list, const trigger_change &change, const teller &tell)
 {
     bool listens = false;
-    for (int32_t k = 0; k < *list.count && change.stands(); ++k) {
+    for (int32_t k = 0; k < *list.count && change.has_listeners(); ++k) {
         if (list.ids[k] != change.id) continue;
         listens = true;
         tell(k);
     }
-    return listens || !change.stands();
+    return listens;
 }
 
 // Calls `tell` for each listener below `end` in index order, and forgets those that turn out not to listen any more.
 template <typename teller>
 void tell_listeners(index_sets &listeners, int32_t end, const trigger_change &change, const teller &tell)
 {
-    for (int32_t i = listeners.next(change.id, 0); i != none && i < end && change.stands(); i = listeners.next(change.id, i + 1)) {
+    for (int32_t i = listeners.next(change.id, 0); i != none && i < end; i = listeners.next(change.id, i + 1)) {
+        if (!change.has_listeners()) return;
         if (!tell(i)) listeners.erase(change.id, i);
     }
 }
@@ -133,16 +146,6 @@ void report_own_trigger_inverted(int32_t id)
 
 }  // namespace
 
-int32_t count_when_told(const trigger_view &list, int32_t entry)
-{
-    int32_t active = 0;
-    for (int32_t k = 0; k < *list.count; ++k) {
-        const bool waits = k > entry && list.ids[k] == list.ids[entry];
-        active += entry_is_active(list, k) != waits;
-    }
-    return active;
-}
-
 void call_handler(const handler_t &handler, int32_t source, uintptr_t context)
 {
     if (handler.func != nullptr) (void)handler.func(handler.arg, source, handler.state, context);
@@ -174,7 +177,8 @@ void relay_trigger_event(relay_t *relay, uint8_t active, int32_t count)
     zel_assert(relay->pin != NULL);
     const bool was_off = relay->active_trigs == 0;
     relay->active_trigs = count;
-    if (active && was_off) (void)zel_sys_gpio_write(relay->pin, 1);
+    // Another trigger of the list may be active by now whose own report is still on its way: the level goes by the count.
+    if (was_off && count >= 1) (void)zel_sys_gpio_write(relay->pin, 1);
     if (!active && count < 1) (void)zel_sys_gpio_write(relay->pin, 0);
     (void)set_relay_ember_status(relay, 0);
 }

@@ -23,11 +23,6 @@ void relay_trigger_event(relay_t *relay, uint8_t active, int32_t count);
 // As above for a handler: recomputes its state and calls it back, changed or not.
 void handler_trigger_event(handler_t *handler, int32_t count);
 
-// Entry `entry` of the list is told of a change of its trigger. How many entries are active then, those behind it that wait to be
-// told of the same change still counting as before it? Entries told one after another make this go up and down by one, and
-// it comes out right whatever else happened to the list meanwhile.
-int32_t count_when_told(const trigger_view &list, int32_t entry);
-
 // An input's level, or its list of handlers, changed: set or clear its bit in each handler, and call each back.
 void set_port_handler_state(int32_t index);
 // A port stops being an input: clear its bit in each handler that has a callback, and call it back.

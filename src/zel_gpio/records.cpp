@@ -207,11 +207,16 @@ bool entry_is_active(const trigger_view &list, int32_t entry)
     return id != none && trigger_list[id].state != list.inverts[entry];
 }
 
-int32_t count_active(const trigger_view &list)
+int32_t count_active_first(const trigger_view &list, int32_t entries)
 {
     int32_t active = 0;
-    for (int32_t k = 0; k < *list.count; ++k) active += entry_is_active(list, k);
+    for (int32_t k = 0; k < entries; ++k) active += entry_is_active(list, k);
     return active;
+}
+
+int32_t count_active(const trigger_view &list)
+{
+    return count_active_first(list, *list.count);
 }
 
 uint8_t handler_level(const handler_t &handler)

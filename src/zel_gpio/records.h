@@ -131,6 +131,8 @@ int32_t find_trigger_id_by_name(const char *name);
 // True if the entry's trigger is registered and its state differs from the entry's invert.
 bool entry_is_active(const trigger_view &list, int32_t entry);
 int32_t count_active(const trigger_view &list);
+// The same for entries 0 .. entries - 1 only.
+int32_t count_active_first(const trigger_view &list, int32_t entries);
 uint8_t handler_level(const handler_t &handler);
 // Index of the first free handler slot, where walks of events and bindings end.
 int32_t first_free_handler();

@@ -131,6 +131,16 @@ int32_t rename_slot(trigger_t &trigger, const char *old_name, const char *new_na
     return 0;
 }
 
+int32_t rename_slots(const char *old_name, const char *new_name, const char *function)
+{
+    int32_t result = -1;
+    for (trigger_t &trigger : trigger_list) {
+        if (trigger.name == nullptr || std::strcmp(trigger.name, old_name) != 0) continue;
+        result = rename_slot(trigger, old_name, new_name, function);
+    }
+    return result;
+}
+
 void disconnect_trigger(int32_t id)
 {
     for (int32_t index = 0; index < port_end; ++index) {
@@ -218,18 +228,15 @@ int32_t zel_gpio_rename_trigger(const char *old_name, const char *new_name)
                     static_cast<const void *>(new_name));
         return -1;
     }
-    // The old name may be the very text that a slot holds and gives up below.
-    char *const sought = strdup(old_name);
-    if (sought == nullptr) {
-        log_message(0, "%s: Failed to allocate memory to rename trigger '%s' to '%s'\n", __func__, old_name, new_name);
-        return -1;
-    }
+    // Either may be the very text that a slot holds and gives up meanwhile.
+    char *const sought = strdup(old_name), *const wanted = strdup(new_name);
     int32_t result = -1;
-    for (trigger_t &trigger : trigger_list) {
-        if (trigger.name == nullptr || std::strcmp(trigger.name, sought) != 0) continue;
-        result = rename_slot(trigger, sought, new_name, __func__);
-    }
+    if (sought == nullptr || wanted == nullptr)
+        log_message(0, "%s: Failed to allocate memory to rename trigger '%s' to '%s'\n", __func__, old_name, new_name);
+    else
+        result = rename_slots(sought, wanted, __func__);
     std::free(sought);
+    std::free(wanted);
     (void)update_on_grid_triggers();
     return result;
 }
