@@ -54,7 +54,7 @@ bool zel_ipc_client::end()
     ended_ = true;
     if (state_ == link_state::up && !deaf_) write_what_waits();
     close_link();
-    watch_.stop(sources_);
+    watch_.close(sources_);
     sources_.close();
     return !at_work_;
 }
@@ -70,7 +70,7 @@ void zel_ipc_client::serve(const epoll_event &event)
 
 void zel_ipc_client::serve_watch()
 {
-    if (!watch_.saw(place_.server(), sources_) || hurried_ || state_ != link_state::down) return;
+    if (!watch_.saw(place_.server()) || hurried_ || state_ != link_state::down) return;
     hurried_ = true;
     reconnection_.hurry();
     // Not at once: the server still has to listen, and one that comes and goes is not to keep this process busy.
@@ -102,7 +102,7 @@ bool zel_ipc_client::greet()
     if (send_packet(link_.get(), greeting_type, &hello, sizeof hello) != sending::done) return false;
     state_ = link_state::greeting;
     deaf_ = wants_room_ = told_reserved_ = false;
-    watch_.stop(sources_);
+    watch_.stop();
     return true;
 }
 

@@ -8,25 +8,34 @@ namespace zel::ipc {
 
 void socket_watch::start(const char *folder, event_sources &sources, uint64_t tag)
 {
-    if (inotify_) return;
-    unique_fd made(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    // The server sets the mode of its socket between bind and listen: only the creation is of interest.
-    if (!made || inotify_add_watch(made.get(), folder, IN_CREATE | IN_MOVED_TO | IN_ONLYDIR) < 0) return;
-    if (sources.add(made.get(), EPOLLIN, tag)) inotify_ = std::move(made);
+    if (watch_ >= 0) return;
+    if (!inotify_) {
+        unique_fd made(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+        if (!made || !sources.add(made.get(), EPOLLIN, tag)) return;
+        inotify_ = std::move(made);
+    }
+    watch_ = inotify_add_watch(inotify_.get(), folder, IN_CREATE | IN_MOVED_TO | IN_ONLYDIR);
 }
 
-bool socket_watch::saw(const char *name, const event_sources &sources)
+void socket_watch::stop()
+{
+    if (watch_ < 0) return;
+    (void)inotify_rm_watch(inotify_.get(), watch_);
+    while (watch_ >= 0) (void)saw("");   // the last event says that the watch has ended
+}
+
+bool socket_watch::saw(const char *name)
 {
     alignas(inotify_event) char events[4096];
     const ssize_t size = read(inotify_.get(), events, sizeof events);
-    bool seen = false, gone = false;
+    if (size <= 0) watch_ = -1;   // nothing more to be told
+    bool seen = false;
     for (ssize_t at = 0; at + static_cast<ssize_t>(sizeof(inotify_event)) <= size;) {
         const auto *event = reinterpret_cast<const inotify_event *>(events + at);
         seen = seen || (event->mask & IN_Q_OVERFLOW) != 0 || (event->len != 0 && std::strcmp(event->name, name) == 0);
-        gone = gone || (event->mask & IN_IGNORED) != 0;
+        if ((event->mask & IN_IGNORED) != 0 && event->wd == watch_) watch_ = -1;   // removed, or its folder is gone
         at += static_cast<ssize_t>(sizeof *event + event->len);
     }
-    if (gone) stop(sources);
     return seen;
 }
 

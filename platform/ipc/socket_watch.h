@@ -10,12 +10,15 @@ class socket_watch {
 public:
     // Watches `folder`, with events of `tag`; where it does so already, nothing changes.
     void start(const char *folder, event_sources &sources, uint64_t tag);
-    void stop(const event_sources &sources) { sources.remove_and_close(inotify_); }
-    // Reads what happened: true if a file `name` appeared. Stops when the folder itself is gone.
-    bool saw(const char *name, const event_sources &sources);
+    // Ends the watch and forgets what it saw. The descriptor stays: closing one takes the kernel many milliseconds.
+    void stop();
+    // Reads what happened: true if a file `name` appeared.
+    bool saw(const char *name);
+    void close(const event_sources &sources) { sources.remove_and_close(inotify_); }
 
 private:
     unique_fd inotify_;
+    int watch_ = -1;
 };
 
 }  // namespace zel::ipc

@@ -44,6 +44,26 @@ TEST(ipc, a_server_that_drops_its_clients_at_once_is_not_stormed)
     EXPECT_LE(client.count(1) - client.count(0), 1u);
 }
 
+TEST(ipc, the_appearance_of_its_server_wakes_a_waiting_client_and_nothing_else_does)
+{
+    const unit_folder unit;
+    test_client client;
+    test_loop loop(client);
+    for (int round = 0; round < 2; ++round) {
+        for (int turn = 0; turn < 5; ++turn) loop.turn(2000);   // from now on its timer is far away
+        EXPECT_FALSE(is_readable(zel_ipc_client_fd(client.handle)));
+        test_server server;
+        EXPECT_TRUE(is_readable(zel_ipc_client_fd(client.handle)));
+        test_loop both(client, server);
+        ASSERT_TRUE(both.until([&] { return client.up(); }));
+        std::ofstream(unit.run("server.other")) << round;
+        EXPECT_FALSE(is_readable(zel_ipc_client_fd(client.handle))) << "a client with a link does not watch";
+        std::filesystem::remove(unit.run("server.other"));
+        server.end();
+        ASSERT_TRUE(loop.until([&] { return !client.up(); }));
+    }
+}
+
 TEST(ipc, a_socket_that_comes_and_goes_does_not_keep_a_client_busy)
 {
     const unit_folder unit;
