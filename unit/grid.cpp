@@ -294,6 +294,7 @@ grid_outcome grid::set_port(port_ref port, const port_change &change)
 {
     const auto index = ports_.index_of(port);
     if (!index || port.kind == port_kind::relay) return {false, "there is no such port"};
+    if (port.kind == port_kind::cough && change.type == port_type::output) return {false, "a cough port has no output pin"};
     const port_view before = port_views()[static_cast<size_t>(*index)];
     const int usual_mode = port.kind == port_kind::user_button ? 0 : 1;
     const int mode = change.input_mode.value_or(before.input_mode >= 0 ? before.input_mode : usual_mode);

@@ -57,7 +57,7 @@ constexpr setting table[] = {
      "pin of the first relay"},
     {"relays.count", kind::number, 0, 256, "", "0", false, STORE(relay_count, number_of), nullptr, "how many relays there are"},
     {"virtual_count", kind::number, 0, 1000, "", "0", false, STORE(virtual_count, number_of), nullptr,
-     "virtual ports, which reach other units over the network"},
+     "virtual ports, which reach other units over the network; without any, no port is in the Ember+ tree"},
     {"user_buttons", kind::number, 0, 64, "", "0", false, STORE(user_buttons, number_of), nullptr,
      "pairs of a front-panel button and the LED beside it"},
     {"udp_commands", kind::object, 0, 0, "", "", false, nullptr, nullptr,

@@ -101,14 +101,25 @@ bool unit::open_control()
     return false;
 }
 
+// The library's tree takes a unit that has ports to have virtual ports among them.
+bool unit::has_tree() const
+{
+    const bool ports_without_virtual_ones = settings_.virtual_count == 0 && ports_.port_count() > 0;
+    if (ember_.session() != nullptr && ports_without_virtual_ones) {
+        log_message(1, "%s: A unit without virtual ports has no ports in its Ember+ tree\n", __func__);
+    }
+    return ember_.session() != nullptr && !ports_without_virtual_ones;
+}
+
 bool unit::start_library()
 {
     const auto table = pin_table(settings_);
+    const bool with_tree = has_tree();
     library_started_ = true;
     const int32_t result = zel_gpio_init(table.data(), static_cast<int32_t>(table.size()), settings_.relay_base_pin,
                                          settings_.relay_count, settings_.virtual_count, settings_.user_buttons, net_.get(),
-                                         net_.get(), ember_.session(), static_cast<uint16_t>(settings_.ember.port),
-                                         ember_.parent());
+                                         net_.get(), with_tree ? ember_.session() : nullptr,
+                                         static_cast<uint16_t>(settings_.ember.port), with_tree ? ember_.parent() : nullptr);
     // Without its configuration file the library builds nothing and calls that a success.
     const bool built = result == 0 && zel_gpio_get_phys_gpio_count() >= 0;
     if (!built) log_message(0, "%s: The unit cannot start: its ports could not be set up\n", __func__);

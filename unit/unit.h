@@ -39,6 +39,7 @@ private:
     bool claim_root();
     bool open_loop();
     bool open_control();
+    bool has_tree() const;
     bool start_library();
     void start_inputs();
     void take_signals();

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 
 using namespace zel;
@@ -15,7 +16,7 @@ using namespace zel::test;
 
 namespace {
 
-constexpr const char *two_ports = R"(, "pins": [{"in_pin": 1, "out_pin": 101}, {"in_pin": 2, "out_pin": 102}],
+constexpr const char *two_ports = R"(, "virtual_count": 1, "pins": [{"in_pin": 1, "out_pin": 101}, {"in_pin": 2, "out_pin": 102}],
     "relays": {"base_pin": 201, "count": 2}, "handlers": [{"name": "Record"}], "triggers": ["On Air"])";
 
 mode_t mode_of(const std::string &path)
@@ -130,11 +131,22 @@ TEST(unit_life, runs_without_a_tree_when_the_port_of_the_provider_is_taken)
     EXPECT_EQ(with_tree.stop(), 0);
 }
 
+TEST(unit_life, runs_without_virtual_ports_and_without_ports)
+{
+    for (const char *const settings : {R"(, "pins": [{"in_pin": 1, "out_pin": 101}], "user_buttons": 1)", ""}) {
+        const unit_root root(settings);
+        unit_process unit(root);
+        ASSERT_TRUE(unit.ready()) << unit.process().err.rest();
+        EXPECT_EQ(zelctl(root, {"status"}).status, 0);
+        EXPECT_EQ(unit.stop(), 0) << unit.process().err.rest();
+    }
+}
+
 TEST(unit_life, sighup_opens_the_log_anew)
 {
     const unit_root root(two_ports);
     const std::string log = root.path() + "/unit.log", rotated = log + ".1";
-    unit_process unit(root, {{"ZEL_LOG_FILE", log}});
+    unit_process unit(root, {{"ZEL_LOG_FILE", "/unit.log"}});  // below the root
     ASSERT_TRUE(unit.ready());
     std::filesystem::rename(log, rotated);
     unit.process().signal(SIGHUP);

@@ -16,7 +16,7 @@ namespace {
 std::string udp_settings(const char *enabled)
 {
     return std::string(R"(, "udp_commands": {"enabled": )") + enabled + R"(, "address": ")" + own_address() +
-           R"(", "port": 5010}, "pins": [{"in_pin": 1, "out_pin": 101}, {"in_pin": 2, "out_pin": 102},
+           R"(", "port": 5010}, "virtual_count": 1, "pins": [{"in_pin": 1, "out_pin": 101}, {"in_pin": 2, "out_pin": 102},
            {"in_pin": 3, "out_pin": 103}, {"in_pin": 4, "cough": true}], "handlers": [{"name": "Record"}])";
 }
 
