@@ -12,13 +12,24 @@ namespace fake {
 
 namespace {
 
+const testing::TestResult &result_so_far() { return *testing::UnitTest::GetInstance()->current_test_info()->result(); }
+
+bool anything_failed_since(int first_part)
+{
+    for (int i = first_part; i < result_so_far().total_part_count(); ++i)
+        if (result_so_far().GetTestPartResult(i).failed())
+            return true;
+    return false;
+}
+
 [[noreturn]] void be_the_child(int output, const std::function<void()> &body)
 {
+    const int first_part = result_so_far().total_part_count();   // what failed before is the parent's affair
     dup2(output, STDOUT_FILENO);
     dup2(output, STDERR_FILENO);
     close(output);
     body();
-    std::exit(testing::Test::HasFailure() ? 1 : 0);
+    std::exit(anything_failed_since(first_part) ? 1 : 0);
 }
 
 std::string all_of(int fd)

@@ -264,13 +264,13 @@ TEST(saving_the_handlers_on_the_grid, lists_them_by_id_without_leds_and_gives_ea
     unit unit;
     unit.buttons(1).set("user_buttons/led_1/type", 2).set("on_grid_handlers", "C, A, User LED 1");
     ASSERT_EQ(unit.start(), 0);
-    unit.handler("A"), unit.handler("B"), unit.led_handler(0), unit.handler("C"), unit.handler("D");
-    handler_list[unit::handler_id("D")].on_grid = 1;
+    unit.handler("A"), unit.handler("B"), unit.led_handler(0), unit.handler("C"), unit.handler("Z");
+    handler_list[unit::handler_id("Z")].on_grid = 1;
     unit.take();
     EXPECT_EQ(zel::update_on_grid_handlers(), 0);
-    EXPECT_EQ(unit.take(), (lines{"json make gpio/handler_info/D", "json set gpio/on_grid_handlers \"A, C, D\""}));
-    EXPECT_NE(handler_list[unit::handler_id("D")].json_obj, nullptr);
-    EXPECT_TRUE(zel::handler_on_grid("D"));   // the kept text is the new one
+    EXPECT_EQ(unit.take(), (lines{"json make gpio/handler_info/Z", "json set gpio/on_grid_handlers \"A, C, Z\""}));
+    EXPECT_NE(handler_list[unit::handler_id("Z")].json_obj, nullptr);
+    EXPECT_TRUE(zel::handler_on_grid("Z"));   // the kept text is the new one
 }
 
 TEST(saving_the_handlers_on_the_grid, warns_of_an_object_that_cannot_be_made)

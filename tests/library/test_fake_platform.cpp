@@ -239,3 +239,13 @@ TEST(child_process, reports_failed_expectations_crashes_and_output)
     EXPECT_EQ(fake::in_child([] { std::abort(); }).signal, SIGABRT);
     EXPECT_EQ(fake::in_child([] { std::fputs("words", stderr); }).output, "words");
 }
+
+TEST(child_process, does_not_count_what_failed_before_it)
+{
+    const fake::child_result outer = fake::in_child([] {
+        EXPECT_EQ(1, 2);
+        std::printf("inner %d\n", fake::in_child([] {}).exit_status);
+    });
+    EXPECT_EQ(outer.exit_status, 1);
+    EXPECT_NE(outer.output.find("inner 0"), std::string::npos);
+}

@@ -96,6 +96,8 @@ void other_units_come_and_go(unit &unit)
         unit.connected(session, true);
     values_arrive(unit, "/unit/vGPO3@Studio 2/type", 2);
     values_arrive(unit, "/unit/vGPO3@Studio 2/status", 1);
+    values_arrive(unit, "/unit/vGPO3@Studio 2/type", 1);   // no output any more
+    values_arrive(unit, "/unit/vGPO3@Studio 2/type", 2);
     unit.deliver("sdisc", 5, service_record("vGPO3@Studio 2", 3));   // a new address
     for (const int session : unit.consumers())
         unit.connected(session, false);
