@@ -277,6 +277,35 @@ TEST(handler_removal, is_forgotten_by_the_file_and_comes_back_with_nothing)
     EXPECT_EQ(handler_list[0].port_mask, 0u);
 }
 
+TEST(handler_removal, of_one_of_two_equal_names_leaves_the_other_one_working)
+{
+    unit u;
+    u.set("on_grid_handlers", "Record");
+    ASSERT_EQ(u.start(), 0);
+    u.handler("Play"), u.handler("Record");
+    ASSERT_EQ(zel_gpio_deregister_handler("Play"), 0);
+    ASSERT_EQ(u.handler("Record"), 0) << "names behind the free slot are not compared";
+    ASSERT_EQ(zel_gpio_deregister_handler("Record"), 0);
+    EXPECT_EQ(u.handler_id("Record"), 1);
+    EXPECT_EQ(zel::set_trigger_connection(2, 1, 1, 0, 1), 0) << "the object of that name is gone, and is made again";
+    EXPECT_EQ(handler_triggers(1), "!Eth Link Down#0");
+    EXPECT_EQ(saved(u, "handler_info/Record/triggers"), "\"Eth Link Down\"");
+}
+
+TEST(handler_rename, of_one_of_two_equal_names_leaves_the_other_one_working)
+{
+    unit u;
+    u.set("on_grid_handlers", "Record");
+    ASSERT_EQ(u.start(), 0);
+    u.handler("Play"), u.handler("Record");
+    ASSERT_EQ(zel_gpio_deregister_handler("Play"), 0);
+    ASSERT_EQ(u.handler("Record"), 0);
+    ASSERT_EQ(zel_gpio_rename_handler("Record", "Tape"), 0);
+    EXPECT_EQ(zel::set_trigger_connection(2, 1, 1, 0, 1), 0);
+    EXPECT_EQ(handler_triggers(1), "!Eth Link Down#0");
+    EXPECT_EQ(saved(u, "handler_info/Record/triggers"), "\"Eth Link Down\"");
+}
+
 TEST(handler_removal, may_be_given_the_librarys_own_text)
 {
     unit u;
