@@ -144,6 +144,7 @@ int32_t zel_gpio_init(const gpio_phys_cfg_t *phys_cfg, int32_t phys_count, int32
 void zel_gpio_term(void)
 {
     remove_ember_tree();
+    ember_provider = nullptr;
     free_relays();
     free_gpios();
     free_handler_and_trigger_names();
@@ -152,6 +153,5 @@ void zel_gpio_term(void)
     vgpo_list_free(&remote_vgpos);
     release_kept_texts();
     close_configuration();
-    ember_provider = nullptr;
     udp_config = publish_config = nullptr;
 }

@@ -203,12 +203,13 @@ int32_t init_one_relay(relay_t &relay, int32_t pin)
 // False if memory is short. The port names its source before its list of handlers is read, as reading may save the port.
 bool load_source(gpio_port_t &port, zel_json_obj_t *object)
 {
-    return set_source_name(port, zel_json_file_load_string(gpio_json, object, "vgpo_src", ""));
+    const char *const source = zel_json_file_load_string(gpio_json, object, "vgpo_src", "");
+    return source[0] == '\0' || set_source_name(port, source);
 }
 
 void follow_source(gpio_port_t &port)
 {
-    if (port.vgpo_src[0] == '\0' || add_remote_vgpo(port.vgpo_src, nullptr, 0, nullptr) == nullptr) return;
+    if (port.vgpo_src == nullptr || add_remote_vgpo(port.vgpo_src, nullptr, 0, nullptr) == nullptr) return;
     (void)connect_vgpi_to_vgpo(port.index);
 }
 
