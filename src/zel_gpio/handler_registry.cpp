@@ -76,9 +76,11 @@ bool drop_saved_object(handler_t &handler)
     return had_one;
 }
 
-void save_under_new_name(handler_t &handler)
+// Rewriting the ports may have given the handler an object under its new name already.
+void save_under_new_name(handler_t &handler, bool was_saved)
 {
-    handler.json_obj = zel_json_file_load_object(gpio_json, handler_info_json_obj, handler.name);
+    if (was_saved && handler.json_obj == nullptr)
+        handler.json_obj = zel_json_file_load_object(gpio_json, handler_info_json_obj, handler.name);
     (void)update_handler_json(handler.id);
 }
 
@@ -188,11 +190,11 @@ int32_t zel_gpio_rename_handler(const char *old_name, const char *new_name)
     if (publish_text(handler->ember_param, handler->name) != 0) {
         log_message(0, "%s: Failed to set handler ember parameter\n", __func__);
         // The name is changed all the same, so what is saved must follow it.
-        if (was_saved) save_under_new_name(*handler);
+        save_under_new_name(*handler, was_saved);
         return -1;
     }
     for (int32_t index = 0; index < port_end; ++index) rename_in_port(gpios[index], *handler);
-    if (was_saved) save_under_new_name(*handler);
+    save_under_new_name(*handler, was_saved);
     snmp_send_handler_info(handler->id);
     (void)update_on_grid_handlers();
     return 0;
