@@ -1,0 +1,3 @@
+# Port types and settings, and the Ember+ tree.
+zel_test(test_port_type SOURCES test_port_type_physical.cpp test_port_type_virtual.cpp test_port_type_buttons.cpp test_port_type.cpp
+                        LIBS zelgpio_static fake_platform library_allocations)
