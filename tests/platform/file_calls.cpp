@@ -26,6 +26,7 @@ struct state {
     int failing_error = 0, failing_times = 0, failed = 0;
     int ends_at = 0;
     std::atomic<size_t> write_limit = SIZE_MAX;
+    std::atomic<void (*)(const std::string &)> observer = nullptr;
 };
 
 // Made at first use and never destroyed: calls come before and after everything else of this program.
@@ -57,6 +58,8 @@ enum class verdict { go_on, fail, end };
 // Writes the call down and says what becomes of it; a failure's errno is set.
 verdict judge(const char *name, const std::string &what)
 {
+    const auto observer = the().observer.load();
+    if (observer != nullptr && !what.empty()) observer(std::string(name) + " " + what);
     const std::lock_guard lock(the().mutex);
     if (what.empty()) return verdict::go_on;
     the().calls.push_back(std::string(name) + " " + what);
@@ -111,6 +114,11 @@ bool wait_for(const std::string &call, size_t times)
     std::unique_lock lock(the().mutex);
     return the().added.wait_for(lock, std::chrono::seconds(30),
                           [&] { return static_cast<size_t>(std::ranges::count(the().calls, call)) >= times; });
+}
+
+void tell(void (*observer)(const std::string &call))
+{
+    the().observer = observer;
 }
 
 void fail(const std::string &call, int error, int times)

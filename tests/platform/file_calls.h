@@ -17,6 +17,9 @@ size_t count(const std::string &call);
 // Waits until the journal has the call `times` times (failed ones included). False after half a minute.
 bool wait_for(const std::string &call, size_t times = 1);
 
+// Is told of each call before it is made, in the calling thread; null for nobody.
+void tell(void (*observer)(const std::string &call));
+
 // The next `times` calls of that name fail with this errno and do nothing.
 void fail(const std::string &call, int error, int times = 1 << 30);
 void stop_failing();

@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 
 namespace {
 
@@ -34,6 +36,40 @@ TEST_F(json_file_faults, the_new_text_is_on_the_disk_before_it_takes_the_old_one
     ASSERT_TRUE(file_calls::wait_for(on_disk));
     EXPECT_EQ(file_calls::journal(), replacement);
     EXPECT_EQ(text("config.json.good"), old_text);
+}
+
+TEST_F(json_file_faults, nobody_waits_for_a_disk_that_hangs)
+{
+    static std::mutex mutex;
+    static std::condition_variable changed;
+    static bool hangs = false, released = false;
+    write("config.json", old_text);
+    const file_handle file = open();
+    zel_json_obj_t *const obj = gpio(file);
+    file_calls::watch(folder_);
+    file_calls::tell([](const std::string &call) {
+        std::unique_lock lock(mutex);
+        if (call != "fsync config.json.tmp" || released) return;
+        hangs = true;
+        changed.notify_all();
+        changed.wait(lock, [] { return released; });
+    });
+    ASSERT_EQ(zel_json_file_set_integer(file.get(), obj, "number", 3), 0);
+    std::unique_lock lock(mutex);
+    changed.wait(lock, [] { return hangs; });
+    lock.unlock();
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(zel_json_file_set_integer(file.get(), obj, "number", 100 + i), 0);
+        EXPECT_EQ(zel_json_file_load_integer(file.get(), obj, "number", 0), 100 + i);
+    }
+    EXPECT_EQ(zel_json_remove_object(file.get(), obj, "absent"), -1);
+    lock.lock();
+    released = true;
+    changed.notify_all();
+    lock.unlock();
+    ASSERT_TRUE(file_calls::wait_for(on_disk, 2));
+    file_calls::tell(nullptr);
+    EXPECT_NE(text("config.json").find("\"number\": 199"), std::string::npos);
 }
 
 TEST_F(json_file_faults, the_names_of_new_folders_are_brought_to_the_disk_too)
