@@ -111,13 +111,16 @@ remote_element *remote_tree::merge(const glow::element &said, bool &changed)
     return e;
 }
 
-// What went offline may have been forgotten by the provider along with our interest in it.
+// What went offline may have been forgotten by the provider along with our interest in it, and may come back with other
+// values: everything below is learned anew then.
 void remote_tree::set_online(remote_element &e, bool online)
 {
     if (e.online == online)
         return;
     e.online = online;
     e.directory = asking::not_asked;
+    count_ -= count_below(e);
+    e.children.clear();
 }
 
 bool remote_tree::merge_contents(remote_element &e, const glow::element &said)

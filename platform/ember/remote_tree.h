@@ -57,7 +57,7 @@ private:
     remote_element *known_or_new(const glow::element &said, bool &changed);
     bool merge_contents(remote_element &e, const glow::element &said);
     static bool merge_value(remote_element &e, const glow::contents &said);
-    static void set_online(remote_element &e, bool online);
+    void set_online(remote_element &e, bool online);
 
     remote_element root_;
     size_t count_ = 0;
