@@ -5,6 +5,14 @@
  * live in this process, and the machine's GPIO lines. Levels are logical: on an active-low pin 1 means that the line is low.
  * Edges are those of the line itself: a contact that pulls an active-low line down makes a falling edge.
  *
+ * A pin number is open once at a time; a second open is refused as busy. An output starts at logical 0, and a pin keeps its
+ * line's level when it is closed. Lines of the machine are reached by the value files below /sys/class/gpio; one that goes away
+ * (an unplugged expander) leaves a pin without descriptor, whose calls fail until it is closed and opened again.
+ *
+ * Environment: ZEL_ROOT, the unit's root; ZEL_SYSFS_GPIO, the folder with the value files, for tests; ZEL_SIM_SIGNAL, "oob" or
+ * "pty", what makes a simulated pin exceptional: out-of-band data where the kernel has it for local sockets, else a
+ * pseudo-terminal in packet mode, unless it is chosen so.
+ *
  * A call with a null pin returns -1 (or null) and does nothing. All calls come from one thread.
  */
 #ifndef ZEL_SYS_H

@@ -17,6 +17,8 @@
 namespace zel {
 namespace {
 
+constexpr int most_waits = 50;
+
 std::string sysfs_folder()
 {
     const char *const other = std::getenv("ZEL_SYSFS_GPIO");
@@ -118,6 +120,7 @@ int kernel_line::export_files()
     if (access(folder_.c_str(), F_OK) == 0) return 0;
     const int error = write_number(sysfs_folder() + "/export", number_);
     exported_here_ = error == 0;
+    waits_left_ = exported_here_ ? most_waits : 0;
     return error;
 }
 
@@ -130,27 +133,27 @@ void kernel_line::unexport_files()
 }
 
 // A line just exported belongs to root until udev has given its files to the group that may use them.
-int kernel_line::open_attribute(const char *attribute, int flags, unique_fd &file) const
+int kernel_line::open_attribute(const char *attribute, int flags, unique_fd &file)
 {
-    constexpr int attempts = 50, interval_ms = 10;
+    constexpr int interval_ms = 10;
     const std::string path = folder_ + "/" + attribute;
-    for (int attempt = 0; attempt < attempts; ++attempt) {
+    for (;;) {
         file.reset(open(path.c_str(), flags | O_CLOEXEC));
         if (file) return 0;
-        if (errno != EACCES || !exported_here_) break;
+        if (errno != EACCES || waits_left_ == 0) return errno;
+        --waits_left_;
         (void)poll(nullptr, 0, interval_ms);
     }
-    return errno;
 }
 
-int kernel_line::write(const char *attribute, const char *text) const
+int kernel_line::write(const char *attribute, const char *text)
 {
     unique_fd file;
     const int error = open_attribute(attribute, O_WRONLY, file);
     return error == 0 ? write_text(file.get(), text) : error;
 }
 
-int kernel_line::open_value(bool writable, unique_fd &value) const
+int kernel_line::open_value(bool writable, unique_fd &value)
 {
     return open_attribute("value", writable ? O_RDWR : O_RDONLY, value);
 }

@@ -25,15 +25,16 @@ public:
     int export_files();
     // Remove the files if export_files() made them.
     void unexport_files();
-    int write(const char *attribute, const char *text) const;
-    int open_value(bool writable, unique_fd &value) const;
+    int write(const char *attribute, const char *text);
+    int open_value(bool writable, unique_fd &value);
 
 private:
-    int open_attribute(const char *attribute, int flags, unique_fd &file) const;
+    int open_attribute(const char *attribute, int flags, unique_fd &file);
 
     int32_t number_;
     std::string folder_;
     bool exported_here_ = false;
+    int waits_left_ = 0;
 };
 
 // Why a call on value files failed, for the log.

@@ -92,12 +92,12 @@ bool kernel_pin::start()
     return first_level_ >= 0 && fits_select(value_.get(), ("Pin " + std::to_string(number)).c_str());
 }
 
-// An output begins at logical 0 in one step, without a moment at the other level: the words "low" and "high" mean the line
-// whatever its polarity, so this is decided by the polarity that the configuration has for the pin.
+// The polarity comes later from the host, but the configuration has it now: an input is not seen at the wrong level for a
+// moment, and an output begins at logical 0 in one step. The words "low" and "high" mean the line whatever its polarity.
 bool kernel_pin::set_up_direction()
 {
     (void)line_.write("edge", "none");  // left by an earlier user, it would keep the direction from changing
-    active_low_ = is_output() && config_of_unit().active_low_outputs.contains(number);
+    active_low_ = config_of_unit().active_low_pins.contains({direction, number});
     if (!put("active_low", active_low_ ? "1" : "0")) return false;
     if (!is_output()) return put("direction", "in");
     return put("direction", active_low_ ? "high" : "low");

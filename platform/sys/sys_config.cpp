@@ -2,6 +2,7 @@
 
 #include "common/unit_file.h"
 #include "common/unit_root.h"
+#include "pin.h"
 #include "zel_debug.h"
 
 #include <array>
@@ -42,15 +43,23 @@ std::map<int32_t, chip_line> kernel_lines_of(const unit_file &file)
     return lines;
 }
 
-std::set<int32_t> active_low_outputs_of(const unit_file &file)
+std::set<std::pair<int32_t, int32_t>> active_low_pins_of(const unit_file &file)
 {
-    std::set<int32_t> outputs;
+    struct member_names {
+        int32_t direction;
+        const char *pin, *active_low;
+    };
+    static constexpr member_names both[] = {{direction_input, "/in_pin", "/in_active_low"},
+                                            {direction_output, "/out_pin", "/out_active_low"}};
+    std::set<std::pair<int32_t, int32_t>> pins;
     for (size_t i = 0; i < file.count("pins"); ++i) {
         const std::string path = "pins/" + std::to_string(i);
-        const int32_t pin = file.integer((path + "/out_pin").c_str(), -1);
-        if (pin >= 0 && file.boolean((path + "/out_active_low").c_str(), false)) outputs.insert(pin);
+        for (const member_names &names : both) {
+            const int32_t pin = file.integer((path + names.pin).c_str(), -1);
+            if (file.boolean((path + names.active_low).c_str(), false)) pins.emplace(names.direction, pin);
+        }
     }
-    return outputs;
+    return pins;
 }
 
 sys_config read_config()
@@ -58,7 +67,7 @@ sys_config read_config()
     const unit_file file = unit_file::load();
     const char *const product_id = file.string("product_id", default_product_id);
     return {product_id[0] != '\0' ? product_id : default_product_id, backend_of(file), kernel_lines_of(file),
-            active_low_outputs_of(file)};
+            active_low_pins_of(file)};
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 
 namespace zel {
 
@@ -22,7 +23,7 @@ struct sys_config {
     std::string product_id;
     pin_backend backend = pin_backend::sim;
     std::map<int32_t, chip_line> kernel_lines;
-    std::set<int32_t> active_low_outputs;  // known before their lines are first driven
+    std::set<std::pair<int32_t, int32_t>> active_low_pins;  // direction and number: the polarity is known before it is set
 };
 
 // Read at the first call and kept for the life of the process (anew only for another ZEL_ROOT). May throw std::bad_alloc.

@@ -26,7 +26,7 @@ private:
     unit_folder unit_;
 };
 
-// Inputs are pins 11 to 13, outputs 21 and 22, each by chip label and offset. Output 22 is known to be active low.
+// Inputs are pins 11 to 13, outputs 21 and 22, each by chip label and offset. Pins 13 and 22 are known to be active low.
 class kernel_bench : public pin_bench {
 public:
     int32_t input(int n) const override { return 11 + n; }
@@ -41,9 +41,10 @@ private:
     std::string configuration() const
     {
         const auto &o = lines_->offsets;
-        return R"({"pin_backend": "kernel", "pins": [{"in_pin": 13, "out_pin": 22, "out_active_low": true}], "kernel_lines": )" +
+        return R"({"pin_backend": "kernel", "kernel_lines": )" +
                kernel_lines_json(*lines_, {{11, o.at(0)}, {12, o.at(1)}, {13, o.at(2)}, {21, o.at(3)}, {22, o.at(4)},
-                                           {31, lines_->taken}}) + "}";
+                                           {31, lines_->taken}}) +
+               R"(, "pins": [{"in_pin": 13, "in_active_low": true, "out_pin": 22, "out_active_low": true}]})";
     }
 
     // As another program would do it.

@@ -354,6 +354,16 @@ TEST_P(pins, the_observer_is_told_what_a_pin_starts_with)
     EXPECT_EQ(seen, (std::vector<change>{{bench->output(0), out, 0}}));
 }
 
+TEST_P(pins, the_observer_is_told_nothing_of_an_input_at_rest_whose_polarity_is_known)
+{
+    std::vector<change> seen;
+    bench->press(2, false, true);
+    zel_sys_set_pin_observer(remember, &seen);
+    const pin_handle input = input_at_rest(2, both, true);
+    EXPECT_EQ(zel_sys_gpio_read(input.get()), 0);
+    EXPECT_EQ(seen, std::vector<change>{});
+}
+
 TEST_P(pins, the_observer_may_close_the_pin_it_is_told_of)
 {
     struct closing {
