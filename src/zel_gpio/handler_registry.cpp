@@ -67,12 +67,14 @@ void rename_in_port(gpio_port_t &port, const handler_t &handler)
     if (renamed) (void)update_gpio_json(port.index);
 }
 
-// True if the handler had an object in the file.
+// True if the handler had an object in the file. A handler of the same name, behind a free slot, shared it.
 bool drop_saved_object(handler_t &handler)
 {
     const bool had_one = handler.json_obj != nullptr;
     if (handler_info_json_obj != nullptr) (void)zel_json_remove_object(gpio_json, handler_info_json_obj, handler.name);
-    handler.json_obj = nullptr;
+    for (handler_t &sharer : handler_list) {
+        if (sharer.name != nullptr && std::strcmp(sharer.name, handler.name) == 0) sharer.json_obj = nullptr;
+    }
     return had_one;
 }
 
