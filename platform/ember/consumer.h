@@ -25,6 +25,7 @@ public:
     bool stop_following(const char *path);
 
 private:
+    static constexpr size_t text_zeros = sizeof(int64_t);
     struct follower {
         std::string path;                    // as the application wrote it
         std::vector<std::string> steps;
@@ -32,8 +33,10 @@ private:
         zel_ember_value_cb_t callback = nullptr;
         bool active = true;                  // false: replaced or cleared
         enum class told : uint8_t { nothing, no_value, value } last = told::nothing;
-        int64_t integer = 0;                 // last told
-        std::string text;
+        // Last told. An application that takes a text for a number or the reverse, because a foreign provider has another
+        // type there than expected, reads zeros behind the value and nothing else.
+        struct { int64_t value; uint64_t zeros; } integer{0, 0};
+        std::string text;                    // with text_zeros of them at the end
     };
 
     // Where a follower stands: to be asked for, under way, or with a result.

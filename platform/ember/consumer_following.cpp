@@ -210,13 +210,15 @@ void consumer::tell(follower &f, const remote_element *e)
         f.callback(f.user_data, f.path.c_str(), glow::type_null, nullptr);
         return;
     }
-    if (f.last == told::value && f.integer == e->integer && f.text == e->text)
+    const std::string_view before = std::string_view(f.text).substr(0, f.text.size() - std::min(f.text.size(), text_zeros));
+    if (f.last == told::value && f.integer.value == e->integer && before == e->text)
         return;
     f.text = e->text;
-    f.integer = e->integer;
+    f.text.append(text_zeros, '\0');
+    f.integer.value = e->integer;
     f.last = told::value;
     const bool is_text = e->kind == glow::value_kind::text;
-    const void *value = is_text ? static_cast<const void *>(f.text.c_str()) : &f.integer;
+    const void *value = is_text ? static_cast<const void *>(f.text.c_str()) : &f.integer.value;
     f.callback(f.user_data, f.path.c_str(), static_cast<uint32_t>(e->effective_type()), value);
 }
 

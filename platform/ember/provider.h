@@ -19,6 +19,8 @@ public:
     size_t client_count() const { return clients_.size(); }
     bool owns(const element *e) const { return tree_.owns(e); }
 
+    // Take over a connection that does not block.
+    void admit(unique_fd socket, const sockaddr_storage &address);
     // Null on failure, which is logged. May throw std::bad_alloc.
     element *add(std::unique_ptr<element> draft, element *parent, int32_t number);
     void remove(element &e);
@@ -41,7 +43,6 @@ private:
 
     bool listen_at(const char *address, uint16_t port);
     void accept_clients(uint32_t events);
-    void admit(unique_fd socket, const sockaddr_storage &address);
     void pause_listening(bool pause);
 
     void on_message(provider_client &from, std::span<const uint8_t> message) override;

@@ -23,19 +23,24 @@ auto place_of(remote_element &e, uint32_t number)
 
 int64_t remote_element::effective_type() const
 {
-    if (type == glow::type_trigger || type == glow::type_enum || is_enumeration)
-        return type == glow::type_trigger ? type : int64_t{glow::type_enum};
+    if (type == glow::type_trigger)
+        return type;
+    if (type == glow::type_enum || is_enumeration)
+        return glow::type_enum;
     switch (kind) {
     case glow::value_kind::integer: return type == glow::type_boolean ? type : int64_t{glow::type_integer};
     case glow::value_kind::boolean: return glow::type_boolean;
     case glow::value_kind::text: return glow::type_string;
-    default: return type;
+    default: return glow::type_null;
     }
 }
 
+// The application takes the value for what its type says: a text that is to be an index is none.
 bool remote_element::has_value() const
 {
-    return kind == glow::value_kind::integer || kind == glow::value_kind::boolean || kind == glow::value_kind::text;
+    if (kind == glow::value_kind::text)
+        return effective_type() == glow::type_string;
+    return kind == glow::value_kind::integer || kind == glow::value_kind::boolean;
 }
 
 void remote_tree::clear()

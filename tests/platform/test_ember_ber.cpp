@@ -74,7 +74,7 @@ const real_case reals[] = {
 TEST(ember_ber, integers_are_written_minimal_and_read_back)
 {
     for (const auto &[value, encoded] : integers) {
-        EXPECT_EQ(written([&](auto &w) { w.integer(value); }), encoded);
+        EXPECT_EQ(written([v = value](auto &w) { w.integer(v); }), encoded);
         EXPECT_EQ(ber::to_integer(contents_of(encoded)), value);
     }
 }

@@ -245,15 +245,16 @@ TEST_F(ember_consumer, values_that_are_neither_are_none)
 {
     const std::vector<shown> all{{1, true, "a", [](auto &w) { w.real(1.5); }, 2, "", -1},
                                  {2, true, "b", [](auto &w) { w.null(); }, 0, "", -1},
-                                 {3, true, "c", nullptr, 1, "", -1}};
+                                 {3, true, "c", nullptr, 1, "", -1},
+                                 {4, true, "d", [](auto &w) { w.utf8("1"); }, 6, "off\non", -1}};   // no index
     provider_.answers["1.2"] = {build::directory({1, 2}, all)};
     for (const auto &e : all)
         provider_.answers["1.2." + std::to_string(e.number)] = {build::flat({1, 2}, {e})};
     started();
-    for (const char *name : {"unit/empty/a", "unit/empty/b", "unit/empty/c"})
+    for (const char *name : {"unit/empty/a", "unit/empty/b", "unit/empty/c", "unit/empty/d"})
         (void)follow(name);
-    ASSERT_TRUE(until([&] { pass(50); return told_.size() == 4; }));
-    EXPECT_EQ(told_, (lines{"up", "unit/empty/a = none", "unit/empty/b = none", "unit/empty/c = none"}));
+    ASSERT_TRUE(until([&] { pass(50); return told_.size() == 5; }));
+    EXPECT_EQ(told_, (lines{"up", "unit/empty/a = none", "unit/empty/b = none", "unit/empty/c = none", "unit/empty/d = none"}));
 }
 
 TEST_F(ember_consumer, every_change_is_told_once_in_whatever_form_and_however_often_it_comes)

@@ -1,0 +1,21 @@
+# Fuzzers of Ember+. With clang's fuzzer each is a program fuzz_<name>; in every build replay_<name> runs its corpus once.
+set(ember_sources_dir ${PROJECT_SOURCE_DIR}/platform/ember)
+set(ember_fuzz_dir ${CMAKE_CURRENT_LIST_DIR})
+foreach(name s101 ber glow_provider glow_consumer)
+  add_executable(replay_${name} ${ember_fuzz_dir}/fuzz_${name}.cpp ${ember_fuzz_dir}/replay_main.cpp)
+  target_link_libraries(replay_${name} PRIVATE zel_flags zel_ember_layers)
+  set_target_properties(replay_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  add_test(NAME fuzz_corpus.${name} COMMAND replay_${name} ${ember_fuzz_dir}/corpus/${name})
+  set_tests_properties(fuzz_corpus.${name} PROPERTIES TIMEOUT 120 LABELS platform)
+  if(ZEL_FUZZ)
+    # The library's sources are part of the program, so that the fuzzer sees which of their branches an input takes.
+    file(GLOB ember_sources CONFIGURE_DEPENDS ${ember_sources_dir}/*.cpp)
+    add_executable(fuzz_${name} ${ember_fuzz_dir}/fuzz_${name}.cpp ${ember_sources})
+    target_include_directories(fuzz_${name} PRIVATE ${ember_sources_dir} ${PROJECT_SOURCE_DIR}/platform
+                                                    ${PROJECT_SOURCE_DIR}/platform/include)
+    target_compile_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+    target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+    target_link_libraries(fuzz_${name} PRIVATE zel_flags zeldebug)
+    set_target_properties(fuzz_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fuzz)
+  endif()
+endforeach()
