@@ -4,6 +4,7 @@
 #include "captured_stderr.h"
 #include "file_calls.h"
 #include "temp_folder.h"
+#include "zel_debug.h"
 #include "zel_json.h"
 
 #include <sys/wait.h>
@@ -23,6 +24,7 @@ protected:
     void SetUp() override
     {
         setenv("ZEL_ROOT", unit_.path().c_str(), 1);
+        zel_debug_set_repeat_interval(0);  // every line counts here
         zel_json_init();
     }
     void TearDown() override { file_calls::watch(""); }
