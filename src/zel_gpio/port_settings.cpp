@@ -25,9 +25,9 @@ const char *type_that_refuses(const gpio_port_t &port)
 void leave_source(gpio_port_t &port)
 {
     (void)disconnect_vgpi_from_vgpo(port.vgpo_src, port.index);
-    close_vgpi_session(port.index);
     port.vgpo_src = "";
     port.vgpo_src_valid = 0;
+    close_vgpi_session(port.index);
     port.state = 0;
     set_port_handler_state(port.index);
     (void)publish_int64(port.ember_state, 0);
