@@ -1,0 +1,38 @@
+// A server of the package emberplus-connection: node server_emberplus_connection.js PORT [PORTS]
+//   value PATH=TEXT   (a path of identifiers)      quit
+'use strict'
+const {
+	EmberServer,
+	Model: { NumberedTreeNodeImpl, EmberNodeImpl, ParameterImpl, ParameterType, ParameterAccess },
+} = require('emberplus-connection')
+const { serve, unitTree } = require('./server_tree')
+
+const types = { string: ParameterType.String, enumeration: ParameterType.Enum, boolean: ParameterType.Boolean }
+
+function build(specs, paths, above = '') {
+	const children = {}
+	specs.forEach((spec, i) => {
+		const path = above ? `${above}/${spec.name}` : spec.name
+		const contents = spec.children
+			? new EmberNodeImpl(spec.name)
+			: new ParameterImpl(types[spec.kind], spec.name, undefined, spec.value, undefined, undefined,
+				ParameterAccess.ReadWrite, undefined, spec.entries)
+		children[i + 1] = new NumberedTreeNodeImpl(i + 1, contents, spec.children && build(spec.children, paths, path))
+		paths[path] = children[i + 1]
+	})
+	return children
+}
+
+async function main() {
+	const paths = {}
+	const server = new EmberServer(Number(process.argv[2]), '127.0.0.1')
+	server.on('error', () => {})
+	server.on('clientError', () => {})
+	server.onSetValue = async (parameter, value) => {
+		server.update(parameter, { value })
+		return true
+	}
+	await server.init(build(unitTree(Number(process.argv[3] || 4)), paths))
+	serve((path, value) => server.update(paths[path], { value }))
+}
+main()

@@ -1,0 +1,31 @@
+// A server of the package node-emberplus: node server_node_emberplus.js PORT [PORTS]
+//   value PATH=TEXT   (a path of identifiers)      quit
+'use strict'
+const { EmberServer, EmberServerEvent, LoggingService } = require('node-emberplus')
+const { serve, unitTree } = require('./server_tree')
+
+const types = { string: 'string', enumeration: 'enum', boolean: 'boolean' }
+
+// `numbers` takes the path of numbers of each path of identifiers: this server knows only those.
+function json(specs, numbers, above = [], names = []) {
+	return specs.map((spec, i) => {
+		const number = i + 1
+		const path = [...above, number]
+		const identifiers = [...names, spec.name]
+		numbers[identifiers.join('/')] = path.join('.')
+		const common = { number, identifier: spec.name, path: path.join('.') }
+		if (spec.children) return { ...common, children: json(spec.children, numbers, path, identifiers) }
+		return { ...common, value: spec.value, type: types[spec.kind], enumeration: spec.entries, access: 'readWrite' }
+	})
+}
+
+async function main() {
+	const numbers = {}
+	const tree = EmberServer.createTreeFromJSON(json(unitTree(Number(process.argv[3] || 4)), numbers))
+	const server = new EmberServer({ host: '127.0.0.1', port: Number(process.argv[2]), tree, logger: new LoggingService(1) })
+	server.on(EmberServerEvent.ERROR, () => {})
+	server.on(EmberServerEvent.CLIENT_ERROR, () => {})
+	await server.listen()
+	serve((path, value) => server.setValue(server.tree.getElementByPath(numbers[path]), value))
+}
+main()

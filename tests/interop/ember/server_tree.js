@@ -1,0 +1,50 @@
+// The tree that the foreign servers offer, like a unit's, and how they are steered.
+'use strict'
+const readline = require('readline')
+
+const parameter = (name, kind, value, entries) => ({ name, kind, value, entries })
+const port = (name) => ({
+	name,
+	children: [
+		parameter('type', 'enumeration', 2, 'disabled\ninput\noutput'),
+		parameter('input functions', 'string', 'Record'),
+		parameter('output triggers', 'string', 'Trigger t-1, Trigger t-2'),
+		parameter('active triggers', 'string', 'none'),
+		parameter('input mode', 'enumeration', 0, 'latching\nmomentary'),
+		parameter('status', 'boolean', true),
+	],
+})
+const ports = (name, count) => Array.from({ length: count }, (_, i) => port(`${name} ${i + 1}`))
+
+function unitTree(count) {
+	return [
+		{
+			name: 'unit',
+			children: [
+				{
+					name: 'gpio',
+					children: [
+						{ name: 'physical', children: ports('gpio', count) },
+						{ name: 'virtual', children: ports('vgpio', Math.ceil(count / 2)) },
+					],
+				},
+			],
+		},
+	]
+}
+
+function typed(text) {
+	if (text === 'true' || text === 'false') return text === 'true'
+	return /^-?\d+$/.test(text) ? Number(text) : text
+}
+
+function serve(change) {
+	console.log('listening ' + process.argv[2])
+	readline.createInterface({ input: process.stdin }).on('line', (line) => {
+		if (line === 'quit') process.exit(0)
+		const [, path, text] = /^value ([^=]*)=(.*)$/.exec(line)
+		change(path, typed(text))
+	})
+}
+
+module.exports = { unitTree, serve }
