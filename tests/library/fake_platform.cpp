@@ -198,6 +198,7 @@ unit &unit::friendly_name(const std::string &name) { return my->udp_config.frien
 unit &unit::interface_index(int index) { return my->publish_config.interface_index = index, *this; }
 unit &unit::product(const std::string &id) { return my->product = id, *this; }
 unit &unit::without_udp_config() { return my->has_udp_config = false, *this; }
+unit &unit::without_parent() { return my->has_parent = false, *this; }
 unit &unit::without_publish_config() { return my->has_publish_config = false, *this; }
 unit &unit::null_phys_cfg() { return my->phys_cfg_is_null = true, *this; }
 unit &unit::phys_count(int32_t count) { return my->phys_count = count, *this; }
@@ -263,7 +264,8 @@ int32_t unit::start()
     table.shrink_to_fit();
     return zel_gpio_init(my->phys_cfg_is_null ? nullptr : table.data(), count, my->relay_base_pin, my->relay_count, my->virtual_count,
                          my->button_count, my->has_udp_config ? &my->udp_config : nullptr,
-                         my->has_publish_config ? &my->publish_config : nullptr, my->provider.get(), my->ember_port, my->ember_parent);
+                         my->has_publish_config ? &my->publish_config : nullptr, my->provider.get(), my->ember_port,
+                         my->has_parent ? my->ember_parent : nullptr);
 }
 
 void unit::stop()

@@ -93,6 +93,7 @@ public:
     unit &virtuals(int32_t count);
     unit &buttons(int32_t count);
     unit &ember(uint16_t port = 9000, const char *parent_name = "unit");   // a provider, and a node of it for the library
+    unit &without_parent();                                                 // the node's place is null
     unit &udp(bool enabled);                                                // may be changed while the unit runs
     unit &friendly_name(const std::string &name);
     unit &interface_index(int index);

@@ -75,7 +75,7 @@ struct state {
     bool phys_cfg_is_null = false;
     int32_t phys_count = -1, relay_count = 0, relay_base_pin = 201, virtual_count = 0, button_count = 0;
     zel_net_config udp_config, publish_config;
-    bool has_udp_config = true, has_publish_config = true;
+    bool has_udp_config = true, has_publish_config = true, has_parent = true;
     std::string product = "ZEL-TEST";
     uint16_t ember_port = 0;
     bool running = false;

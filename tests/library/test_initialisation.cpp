@@ -447,3 +447,60 @@ TEST(initialisation, copies_the_pin_table)
     ASSERT_EQ(zel_gpio_set_pin_direction(0, 2), 1);
     EXPECT_EQ(fake::only(unit.take(), {"pin 101 open", "pin 101 active_low"}), (lines{"pin 101 open 2", "pin 101 active_low 1"}));
 }
+
+TEST(initialisation, without_a_parent_node_builds_no_tree_and_announces_nothing)
+{
+    unit unit;
+    fake::one_of_everything(unit);
+    unit.ember().without_parent();
+    ASSERT_EQ(unit.start(), 0);
+    unit.raise("Eth Link Down");
+    unit.stop();
+    EXPECT_EQ(unit.count_of("ember"), 0);
+    EXPECT_EQ(unit.sent("sdisc", 9).size(), 0U);
+}
+
+TEST(a_failed_write_to_the_tree, at_start_up_does_not_keep_the_ports_behind_it_from_working)
+{
+    unit unit;
+    unit.ember().gpis(3).virtuals(1);
+    for (int i = 0; i < 3; ++i) {
+        const std::string port = "physical/gpio_" + std::to_string(i);
+        unit.set(port + "/type", 2).set(port + "/trigger", "Eth Link Down").set(port + "/invert_trigger", "1");
+    }
+    unit.fail("ember set gpio/physical/gpio 1/status");
+    EXPECT_EQ(unit.start(), 0);
+    EXPECT_TRUE(unit.logged("0 set_gpio_ember_status: Failed to set gpio status ember parameter"));
+    EXPECT_EQ(unit.level(102), 1);
+    EXPECT_EQ(unit.level(103), 1);
+    EXPECT_EQ(unit.parameter_of("gpio/virtual/vgpio 1").exists, true);
+}
+
+TEST(a_failed_write_to_the_tree, for_the_last_physical_port_is_the_result_of_its_step)
+{
+    unit unit;
+    unit.ember().gpis(2).virtuals(1);
+    for (int i = 0; i < 2; ++i) {
+        const std::string port = "physical/gpio_" + std::to_string(i);
+        unit.set(port + "/type", 2).set(port + "/trigger", "Eth Link Down").set(port + "/invert_trigger", "1");
+    }
+    unit.fail("ember set gpio/physical/gpio 2/status");
+    EXPECT_EQ(unit.start(), -1);
+    EXPECT_TRUE(unit.logged("0 zel_gpio_init: init_phys_gpio failed"));
+    EXPECT_EQ(unit.level(102), 1);
+}
+
+TEST(a_failed_write_to_the_tree, for_a_relay_or_virtual_port_at_start_up_is_logged_only)
+{
+    unit unit;
+    unit.ember().relays(2).virtuals(2);
+    for (const char *const relay : {"relay/relay_0", "relay/relay_1"})
+        unit.set_json(relay, R"({"triggers": "Eth Link Down", "trigger_invert": "1"})");
+    for (const char *const port : {"virtual/vgpio_0", "virtual/vgpio_1"})
+        unit.set_json(port, R"({"type": 2, "trigger": "Eth Link Down", "invert_trigger": "1"})");
+    unit.fail("ember set");
+    EXPECT_EQ(unit.start(), 0);
+    EXPECT_EQ(unit.level(201), 1);
+    EXPECT_EQ(unit.level(202), 1);
+    EXPECT_EQ(unit.sent("sdisc", 9).size(), 2U);
+}
