@@ -89,7 +89,8 @@ std::optional<std::string> line_reader::await(const std::string &part)
 
 std::string line_reader::rest()
 {
-    while (fill(clock::now() + patience)) {}
+    const auto deadline = clock::now() + patience;
+    while (fill(deadline)) {}
     return std::exchange(buffer_, {});
 }
 

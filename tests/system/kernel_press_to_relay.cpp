@@ -40,8 +40,8 @@ public:
         const std::string kernel_lines = kernel_lines_json(
             *lines_, {{11, o.at(0)}, {12, o.at(1)}, {13, o.at(2)}, {21, o.at(3)}, {22, o.at(4)}, {23, o.at(5)}});
         write_text(root_.file("etc/zel/unit.json"),
-                   R"({"pin_backend": "kernel", "pins": [{"in_pin": 14, "out_pin": 23, "out_active_low": true}], "kernel_lines": )" +
-                       kernel_lines + "}");
+                   R"({"pin_backend": "kernel", "kernel_lines": )" + kernel_lines +
+                       R"(, "pins": [{"in_pin": 14, "out_pin": 23, "out_active_low": true}]})");
         write_text(root_.file("mnt/data/config/config.json"), configuration);
         setenv("ZEL_ROOT", root_.path().c_str(), 1);
         for (int port = 0; port < 3; ++port) press(port, false);
