@@ -16,7 +16,7 @@ folder=$(cd "$1" && pwd)
 shift
 apt_root=$top/build/arm-apt
 
-command -v apt-get >/dev/null && command -v dpkg-deb >/dev/null || leave_out "needs Debian's apt-get and dpkg-deb"
+command -v apt-get >/dev/null || leave_out "needs Debian's apt-get"
 mkdir -p "$apt_root/lists/partial" "$apt_root/archives/partial"
 : >"$apt_root/status"
 
@@ -24,6 +24,7 @@ write_sources() {
     keyring=/usr/share/keyrings/debian-archive-keyring.gpg
     options=arch=armhf
     [ ! -r "$keyring" ] || options="$options signed-by=$keyring"
+    # shellcheck disable=SC2016
     apt-get indextargets --format '$(ORIGIN) $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' |
         sed -n "s|^Debian |deb [$options] |p" | sort -u >"$apt_root/sources.list"
     [ -s "$apt_root/sources.list" ] || leave_out "the machine's apt knows no Debian mirror (apt-get update first)"
@@ -32,9 +33,9 @@ write_sources() {
 arm_apt() {
     tool=$1
     shift
-    "$tool" -qq -o APT::Architecture=armhf -o APT::Architectures::=armhf -o Dir::State="$apt_root" -o Dir::State::lists="$apt_root/lists" \
-        -o Dir::State::status="$apt_root/status" -o Dir::Cache="$apt_root" -o Dir::Etc::sourcelist="$apt_root/sources.list" \
-        -o Dir::Etc::sourceparts=/dev/null -o APT::Sandbox::User= -o Acquire::Languages=none -o Acquire::Retries=2 \
+    "$tool" -qq -o APT::Architecture=armhf -o APT::Architectures::=armhf -o Dir::State="$apt_root" \
+        -o Dir::State::lists="$apt_root/lists" -o Dir::State::status="$apt_root/status" -o Dir::Cache="$apt_root" \
+        -o Dir::Etc::sourcelist="$apt_root/sources.list" -o Dir::Etc::sourceparts=/dev/null -o APT::Sandbox::User= -o Acquire::Languages=none -o Acquire::Retries=2 \
         -o Acquire::http::Timeout=30 -o Acquire::https::Timeout=30 "$@"
 }
 
@@ -42,7 +43,7 @@ update_once() {
     [ -z "${updated:-}" ] || return 0
     write_sources
     # One mirror that is behind does not matter as long as another has the packages.
-    arm_apt apt-get update >&2 || echo "arm_packages: some package lists for armhf cannot be fetched, going on with the others" >&2
+    arm_apt apt-get update >&2 || echo "arm_packages: some package lists cannot be fetched, going on with the others" >&2
     updated=1
 }
 
@@ -55,8 +56,10 @@ unpack() {
     */*) name=$(arm_apt apt-cache depends "${1%%/*}" | sed -n 's/^ *Depends: //p' | grep -m 1 -e "${1#*/}") ||
         leave_out "no dependency of ${1%%/*} matches ${1#*/}" ;;
     esac
+    rm -f "$apt_root/archives/$name"_*.deb
     (cd "$apt_root/archives" && arm_apt apt-get download "$name:armhf" >&2) || leave_out "the package $name cannot be fetched"
-    dpkg-deb -x "$(ls -t "$apt_root/archives/$name"_*.deb | head -n 1)" "$folder"
+    dpkg-deb -x "$apt_root/archives/$name"_*.deb "$folder"
+    rm -f "$apt_root/archives/$name"_*.deb
     : >"$stamp"
 }
 

@@ -20,7 +20,7 @@ done
 "$top/scripts/arm_sysroot.sh" >/dev/null || leave_out "the armhf libraries cannot be had"
 "$top/scripts/arm_packages.sh" "$guest" busybox-static 'linux-image-armmp/^linux-image-6' ||
     leave_out "the armhf kernel cannot be had"
-kernel=$(ls "$guest"/boot/vmlinuz-*-armmp | tail -n 1)
+for kernel in "$guest"/boot/vmlinuz-*-armmp; do :; done
 
 echo "kernel_test: building for 32-bit ARM"
 log=$build.kernel_test.log
@@ -59,8 +59,8 @@ mount -t devpts devpts /dev/pts
 mount -t tmpfs tmpfs /tmp
 uname -srm
 # The board's one chip has eight lines; its fourth is the power key, which the kernel keeps.
-export ZEL_TEST_LINES="\$(cat /sys/class/gpio/gpiochip*/label):0,1,2,4,5,6,7" ZEL_TEST_TAKEN_LINE=3 ZEL_TEST_LINE_CHANNEL=/dev/ttyS0
-export ZEL_LOG_LEVEL=error
+export ZEL_TEST_LINES="\$(cat /sys/class/gpio/gpiochip*/label):0,1,2,4,5,6,7" ZEL_TEST_TAKEN_LINE=3
+export ZEL_TEST_LINE_CHANNEL=/dev/ttyS0 ZEL_LOG_LEVEL=error
 for program in $programs; do
     \$program --gtest_color=no
     echo "program \$program \$?"

@@ -77,8 +77,8 @@ int zel_sys_sim_level(int32_t pin);
  *   other        error TEXT                 as is every request that fails
  *
  * "watch" followed by "list" misses no change. A press and a release sent in one breath stay two events: after a request that
- * moves a contact the next turn of the host's loop is left to the pins. A client that sends a longer line or leaves more than 64 KiB of lines unread
- * is dropped; at most 16 clients are served, a further one reads "error too many clients".
+ * moves a contact the next turn of the host's loop is left to the pins. A client that sends a longer line or leaves more than
+ * 64 KiB of lines unread is dropped; at most 16 clients are served, a further one reads "error too many clients".
  */
 int zel_sys_control_open(void);                              /* 0, or -1 with the cause in the log */
 void zel_sys_control_set_fds(fd_set *readfds, int *maxfd);   /* nothing while it is closed */

@@ -52,7 +52,8 @@ private:
     std::string ask(const std::string &request)
     {
         const std::string sent = request + "\n";
-        if (write(channel_.get(), sent.data(), sent.size()) != static_cast<ssize_t>(sent.size())) throw std::runtime_error(request);
+        const ssize_t written = write(channel_.get(), sent.data(), sent.size());
+        if (written != static_cast<ssize_t>(sent.size())) throw std::runtime_error(request);
         std::string answer;
         pollfd readable = {channel_.get(), POLLIN, 0};
         for (char byte = 0; byte != '\n'; answer += byte) {

@@ -52,7 +52,10 @@ public:
                      connect(fd_.get(), address.get(), address.length) == 0;
     }
     bool connected() const { return connected_; }
-    void send(const std::string &text) { EXPECT_EQ(::send(fd_.get(), text.data(), text.size(), MSG_NOSIGNAL), ssize_t(text.size())); }
+    void send(const std::string &text)
+    {
+        EXPECT_EQ(::send(fd_.get(), text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
+    }
     void end_sending() { shutdown(fd_.get(), SHUT_WR); }
     void close() { fd_.reset(); }
 
@@ -177,9 +180,10 @@ TEST_F(control_socket, serves_the_observer_as_well)
 TEST_F(control_socket, answers_malformed_requests_with_an_error_and_stays)
 {
     client c(unit.path());
-    for (const char *const request : {"", " ", "press", "press x", "press -1", "press 1 2", "press 1x", "press 2147483648", "press +1",
-                                      "press 99999999999999999999", "release", "read", "read one", "list 1", "watch 1", "help me",
-                                      "Press 1", "presss 1", "\x1b[2J", "\xff\xfe"}) {
+    for (const char *const request :
+         {"", " ", "press", "press x", "press -1", "press 1 2", "press 1x", "press 2147483648", "press +1",
+          "press 99999999999999999999", "release", "read", "read one", "list 1", "watch 1", "help me", "Press 1", "presss 1",
+          "\x1b[2J", "\xff\xfe"}) {
         SCOPED_TRACE(request);
         EXPECT_EQ(c.ask(request).substr(0, 6), "error ");
     }

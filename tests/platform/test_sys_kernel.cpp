@@ -138,10 +138,10 @@ TEST_P(kernel_lines, that_do_not_exist_or_are_taken_do_not_open_and_say_why)
         int error;
         const char *cause;
     };
-    for (const refusal &r : {refusal{"export", EBUSY, "busy"}, {"export", EINVAL, "no such line"}, {"export", EACCES, "no permission"},
-                             {"export", EPERM, "no permission"}, {"direction write", EIO, "direction"},
-                             {"direction write", EACCES, "no permission"}, {"active_low write", EIO, "active_low"},
-                             {"value read", EIO, "value"}, {"value read", ENODEV, "gone"}}) {
+    for (const refusal &r :
+         {refusal{"export", EBUSY, "busy"}, {"export", EINVAL, "no such line"}, {"export", EACCES, "no permission"},
+          {"export", EPERM, "no permission"}, {"direction write", EIO, "direction"}, {"direction write", EACCES, "no permission"},
+          {"active_low write", EIO, "active_low"}, {"value read", EIO, "value"}, {"value read", ENODEV, "gone"}}) {
         SCOPED_TRACE(testing::Message() << r.what << " " << r.error);
         lines.fail(r.what, r.error);
         EXPECT_EQ(zel_sys_gpio_open(506, in), nullptr);

@@ -86,7 +86,9 @@ TEST_P(pins, a_read_takes_the_edge_and_gives_the_level)
 TEST_P(pins, edges_that_nobody_read_are_one)
 {
     const pin_handle pin = input_at_rest(0, both, false);
-    for (const bool pressed : {true, false, true, false, true}) bench->press(0, pressed);
+    const int edges = bench->simulated() ? 5001 : 5;  // far more than a socket holds
+    for (int i = 1; i <= edges; ++i) bench->press(0, i % 2 != 0);
+    EXPECT_TRUE(log_lines().empty());
     EXPECT_TRUE(exceptional(zel_sys_gpio_fd(pin.get()), patience_ms));
     EXPECT_EQ(zel_sys_gpio_read(pin.get()), 1);
     EXPECT_FALSE(exceptional(zel_sys_gpio_fd(pin.get())));
@@ -431,7 +433,8 @@ TEST_P(machine_pins, share_a_line_that_another_program_exported_and_leave_it_exp
     bench->take_away(0);
 }
 
-INSTANTIATE_TEST_SUITE_P(on, machine_pins, testing::ValuesIn(machine_benches()), [](const auto &kind) { return kind.param.name; });
+INSTANTIATE_TEST_SUITE_P(on, machine_pins, testing::ValuesIn(machine_benches()),
+                         [](const auto &kind) { return kind.param.name; });
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(machine_pins);
 
 TEST(null_pins, give_an_error_and_do_nothing)
