@@ -1,5 +1,5 @@
-// Journals of changes of ports, put together from their parts: what a change does to pins, links and handlers is written out in the
-// tests; the values that follow in the tree come from one table here.
+// Journals of changes of ports, put together from their parts: what a change does to pins, links and handlers is written out in
+// the tests; the values that follow in the tree come from one table here.
 #pragma once
 
 #include <algorithm>
@@ -78,7 +78,8 @@ inline std::string number_set(const std::string &path, int64_t number, int width
     return "ember set " + path + " " + std::to_string(number) + " (" + std::to_string(width) + " bytes)";
 }
 
-/// All values of a port ("physical/gpio 1"), of the parameters that its kind has; "lists" false: without those a controller writes.
+/// All values of a port ("physical/gpio 1"), of the parameters that its kind has; "lists" false: without those a controller
+/// writes.
 inline lines published(const std::string &port, const shown &values, bool lists = true)
 {
     const std::string node = "gpio/" + port + "/";
@@ -111,14 +112,21 @@ inline lines published_relay(int number, const std::string &triggers, const std:
 }
 
 /// The agent is told of a port (7 physical, 8 virtual, 9 button, 10 LED) or a relay (11).
-inline std::string sent(int type) { return "ipc snmp send " + std::to_string(type) + (type == 11 ? " (416 bytes)" : " (696 bytes)"); }
+inline std::string sent(int type)
+{
+    return "ipc snmp send " + std::to_string(type) + (type == 11 ? " (416 bytes)" : " (696 bytes)");
+}
 
-inline std::string ended(const std::string &trigger) { return "log 2 zel_gpio_notify_trigger_event: event '" + trigger + "' has ended"; }
+inline std::string ended(const std::string &trigger)
+{
+    return "log 2 zel_gpio_notify_trigger_event: event '" + trigger + "' has ended";
+}
 
 inline std::string setting_up(int32_t index, uint32_t mode, int port_class)
 {
-    return fake::lines{"log 4 set_gpio_to_input: Setting up index " + std::to_string(index) + " as input (mode = " + std::to_string(static_cast<int>(mode)) +
-                       ", class = " + std::to_string(port_class) + ")"}.front();
+    return fake::lines{"log 4 set_gpio_to_input: Setting up index " + std::to_string(index) + " as input (mode = " +
+                       std::to_string(static_cast<int>(mode)) + ", class = " + std::to_string(port_class) + ")"}
+        .front();
 }
 
 // ---- Other units
@@ -166,4 +174,4 @@ inline std::string first_trigger(int32_t index)
 
 inline std::string own_trigger(const std::string &name) { return name + "#" + std::to_string(unit::trigger_id(name)); }
 
-}  // namespace port_steps
+}   // namespace port_steps

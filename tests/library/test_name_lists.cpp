@@ -43,7 +43,7 @@ protected:
     }
 };
 
-}  // namespace
+}   // namespace
 
 // ---- How a text is read
 
@@ -70,22 +70,29 @@ TEST_P(port_text, is_taken_whole_or_not_at_all)
 }
 
 INSTANTIATE_TEST_SUITE_P(texts, port_text,
-                         testing::Values(reading{"", "", ""}, reading{"Eth Link Down", "Eth Link Down#0", ""}, reading{"!Eth Link Down", "!Eth Link Down#0", ""},
+                         testing::Values(reading{"", "", ""}, reading{"Eth Link Down", "Eth Link Down#0", ""},
+                                         reading{"!Eth Link Down", "!Eth Link Down#0", ""},
                                          reading{"Eth Link Down,AC Power Off", "Eth Link Down#0 AC Power Off#2", ""},
                                          reading{"Eth Link Down, !AC Power Off", "Eth Link Down#0 !AC Power Off#2", ""},
-                                         reading{" !Eth Link Down", "!Eth Link Down#0", ""}, reading{" \t\n\v\f\r Eth Link Down", "Eth Link Down#0", ""},
-                                         reading{"AC Power Off,Eth Link Down,AC Power Off", "AC Power Off#2 Eth Link Down#0 AC Power Off#2", ""},
-                                         reading{"!Eth Link Down,Eth Link Down", "!Eth Link Down#0 Eth Link Down#0", ""}, reading{"DC Power Off", "DC Power Off#3", ""}));
+                                         reading{" !Eth Link Down", "!Eth Link Down#0", ""},
+                                         reading{" \t\n\v\f\r Eth Link Down", "Eth Link Down#0", ""},
+                                         reading{"AC Power Off,Eth Link Down,AC Power Off",
+                                                 "AC Power Off#2 Eth Link Down#0 AC Power Off#2", ""},
+                                         reading{"!Eth Link Down,Eth Link Down", "!Eth Link Down#0 Eth Link Down#0", ""},
+                                         reading{"DC Power Off", "DC Power Off#3", ""}));
 
-INSTANTIATE_TEST_SUITE_P(refused, port_text,
-                         testing::Values(reading{"Unknown", nullptr, "Unknown"}, reading{"Eth Link Down,Unknown", nullptr, "Unknown"},
-                                         reading{"First,Second,Eth Link Down", nullptr, "First"}, reading{"Eth Link Down ", nullptr, "Eth Link Down "},
-                                         reading{"Eth Link Down ,AC Power Off", nullptr, "Eth Link Down "}, reading{"! Eth Link Down", nullptr, " Eth Link Down"},
-                                         reading{"!!Eth Link Down", nullptr, "!Eth Link Down"}, reading{"eth link down", nullptr, "eth link down"},
-                                         reading{"Eth Link Dow", nullptr, "Eth Link Dow"}, reading{"Eth Link Down!", nullptr, "Eth Link Down!"}, reading{"!", nullptr, ""},
-                                         reading{" ", nullptr, ""}, reading{"null", nullptr, "null"}, reading{"0", nullptr, "0"}, reading{"-1", nullptr, "-1"},
-                                         reading{"%s%n", nullptr, "%s%n"}, reading{"Eth Link Down;AC Power Off", nullptr, "Eth Link Down;AC Power Off"},
-                                         reading{"Record", nullptr, "Record"}));
+INSTANTIATE_TEST_SUITE_P(
+    refused, port_text,
+    testing::Values(reading{"Unknown", nullptr, "Unknown"}, reading{"Eth Link Down,Unknown", nullptr, "Unknown"},
+                    reading{"First,Second,Eth Link Down", nullptr, "First"}, reading{"Eth Link Down ", nullptr, "Eth Link Down "},
+                    reading{"Eth Link Down ,AC Power Off", nullptr, "Eth Link Down "},
+                    reading{"! Eth Link Down", nullptr, " Eth Link Down"}, reading{"!!Eth Link Down", nullptr, "!Eth Link Down"},
+                    reading{"eth link down", nullptr, "eth link down"}, reading{"Eth Link Dow", nullptr, "Eth Link Dow"},
+                    reading{"Eth Link Down!", nullptr, "Eth Link Down!"}, reading{"!", nullptr, ""}, reading{" ", nullptr, ""},
+                    reading{"null", nullptr, "null"}, reading{"0", nullptr, "0"}, reading{"-1", nullptr, "-1"},
+                    reading{"%s%n", nullptr, "%s%n"},
+                    reading{"Eth Link Down;AC Power Off", nullptr, "Eth Link Down;AC Power Off"},
+                    reading{"Record", nullptr, "Record"}));
 
 class relay_text : public name_list, public testing::WithParamInterface<reading> {};
 
@@ -102,13 +109,16 @@ TEST_P(relay_text, is_taken_whole_or_not_at_all_and_knows_no_marks)
 }
 
 INSTANTIATE_TEST_SUITE_P(texts, relay_text,
-                         testing::Values(reading{"", "", ""}, reading{"DC Power Off", "!DC Power Off#3", ""}, reading{"Eth Link Down,DC Power Off", "Eth Link Down#0 !DC Power Off#3", ""},
+                         testing::Values(reading{"", "", ""}, reading{"DC Power Off", "!DC Power Off#3", ""},
+                                         reading{"Eth Link Down,DC Power Off", "Eth Link Down#0 !DC Power Off#3", ""},
                                          reading{"AC Power Off, \tDC Power Off", "AC Power Off#2 !DC Power Off#3", ""},
                                          reading{"DC Power Off,DC Power Off", "!DC Power Off#3 !DC Power Off#3", ""}));
 
 INSTANTIATE_TEST_SUITE_P(refused, relay_text,
-                         testing::Values(reading{"!DC Power Off", nullptr, "!DC Power Off"}, reading{" !Eth Link Down", nullptr, "!Eth Link Down"},
-                                         reading{"Eth Link Down,Unknown", nullptr, "Unknown"}, reading{"Eth Link Down ", nullptr, "Eth Link Down "}, reading{" ", nullptr, ""},
+                         testing::Values(reading{"!DC Power Off", nullptr, "!DC Power Off"},
+                                         reading{" !Eth Link Down", nullptr, "!Eth Link Down"},
+                                         reading{"Eth Link Down,Unknown", nullptr, "Unknown"},
+                                         reading{"Eth Link Down ", nullptr, "Eth Link Down "}, reading{" ", nullptr, ""},
                                          reading{"null", nullptr, "null"}, reading{"%s%n", nullptr, "%s%n"}));
 
 class handler_text : public name_list, public testing::WithParamInterface<reading> {};
@@ -116,14 +126,16 @@ class handler_text : public name_list, public testing::WithParamInterface<readin
 TEST_P(handler_text, that_holds_an_unknown_name_changes_nothing)
 {
     EXPECT_EQ(check_and_set_new_gpio_handler_list(port(gpi), GetParam().text, write_back), -1);
-    EXPECT_LINES(u.take(), std::string("log 1 check_and_set_new_gpio_handler_list: Handler name: '") + GetParam().unknown + "' not found");
+    EXPECT_LINES(u.take(),
+                 std::string("log 1 check_and_set_new_gpio_handler_list: Handler name: '") + GetParam().unknown + "' not found");
     EXPECT_EQ(first_trigger(gpi), own_trigger("GPI 1"));
     EXPECT_EQ(port_handlers(gpi), "Record#0 !Play#1");
 }
 
 INSTANTIATE_TEST_SUITE_P(refused, handler_text,
-                         testing::Values(reading{"Unknown", nullptr, "Unknown"}, reading{"Record,Unknown", nullptr, "Unknown"}, reading{"!Record", nullptr, "!Record"},
-                                         reading{"Record ,Play", nullptr, "Record "}, reading{"record", nullptr, "record"}, reading{" ", nullptr, ""},
+                         testing::Values(reading{"Unknown", nullptr, "Unknown"}, reading{"Record,Unknown", nullptr, "Unknown"},
+                                         reading{"!Record", nullptr, "!Record"}, reading{"Record ,Play", nullptr, "Record "},
+                                         reading{"record", nullptr, "record"}, reading{" ", nullptr, ""},
                                          reading{"Eth Link Down", nullptr, "Eth Link Down"}, reading{"0", nullptr, "0"}));
 
 TEST_F(name_list, finds_a_trigger_whose_own_name_begins_with_the_mark_for_relays_only)
@@ -150,7 +162,8 @@ TEST_F(name_list, of_more_names_than_a_list_holds_keeps_the_first_200)
             EXPECT_EQ(relay(0)->num_trigs, 200);
         }
     }
-    EXPECT_EQ(saved(u, "physical/gpio_1/trigger").size(), 200 * std::strlen("PTP Sync Lost, ")) << "two quotes and 199 separators";
+    EXPECT_EQ(saved(u, "physical/gpio_1/trigger").size(), 200 * std::strlen("PTP Sync Lost, "))
+        << "two quotes and 199 separators";
 }
 
 TEST_F(name_list, of_200_different_names_is_complete)
@@ -192,8 +205,11 @@ TEST_F(name_list, of_a_port_is_saved_driven_shown_and_sent)
 {
     u.raise("AC Power Off"), u.take();
     EXPECT_EQ(check_and_set_new_gpio_trig_list(port(out), "AC Power Off,!Eth Link Down", write_back), 0);
-    EXPECT_LINES(changes(u), steps({"save physical/gpio_1 2", "pin 102 write 1",
-                                    published("physical/gpio 2", {2, "", "AC Power Off, !Eth Link Down", "AC Power Off, !Eth Link Down", 0, 1}), sent(7)}));
+    EXPECT_LINES(
+        changes(u),
+        steps({"save physical/gpio_1 2", "pin 102 write 1",
+               published("physical/gpio 2", {2, "", "AC Power Off, !Eth Link Down", "AC Power Off, !Eth Link Down", 0, 1}),
+               sent(7)}));
     EXPECT_EQ(saved(u, "physical/gpio_1/trigger"), "\"AC Power Off, Eth Link Down\"");
     EXPECT_EQ(saved(u, "physical/gpio_1/invert_trigger"), "\"0, 1\"");
 }
@@ -201,17 +217,20 @@ TEST_F(name_list, of_a_port_is_saved_driven_shown_and_sent)
 TEST_F(name_list, that_came_through_its_parameter_is_not_written_back)
 {
     EXPECT_EQ(check_and_set_new_gpio_trig_list(port(out), "AC Power Off", keep), 0);
-    EXPECT_LINES(changes(u), steps({"save physical/gpio_1 2", "pin 102 write 0", published("physical/gpio 2", {2, "", "", "", 0, 0}, false), sent(7)}));
+    EXPECT_LINES(changes(u), steps({"save physical/gpio_1 2", "pin 102 write 0",
+                                    published("physical/gpio 2", {2, "", "", "", 0, 0}, false), sent(7)}));
     EXPECT_EQ(check_and_set_new_relay_trig_list(relay(0), "AC Power Off", keep), 0);
     EXPECT_LINES(changes(u), steps({"save relay/relay_0", "pin 201 write 0", published_relay(1, "", "", 0, false), sent(11)}));
     EXPECT_EQ(check_and_set_new_gpio_handler_list(port(gpi), "Play", keep), 0);
-    EXPECT_LINES(changes(u), steps({"save physical/gpio_0 1", "pin 1 write 0", published("physical/gpio 1", {1, "", "", "", 0, 0}, false), sent(7)}));
+    EXPECT_LINES(changes(u), steps({"save physical/gpio_0 1", "pin 1 write 0",
+                                    published("physical/gpio 1", {1, "", "", "", 0, 0}, false), sent(7)}));
 }
 
 TEST_F(name_list, of_a_relay_is_saved_driven_shown_and_sent_with_the_inverts_it_had)
 {
     EXPECT_EQ(check_and_set_new_relay_trig_list(relay(0), "AC Power Off,DC Power Off", write_back), 0);
-    EXPECT_LINES(changes(u), steps({"save relay/relay_0", "pin 201 write 1", published_relay(1, "AC Power Off, DC Power Off", "", 1), sent(11)}));
+    EXPECT_LINES(changes(u), steps({"save relay/relay_0", "pin 201 write 1",
+                                    published_relay(1, "AC Power Off, DC Power Off", "", 1), sent(11)}));
     EXPECT_EQ(saved(u, "relay/relay_0/trigger_invert"), "\"0, 1\"");
     EXPECT_EQ(check_and_set_new_relay_trig_list(relay(0), "", write_back), 0);
     EXPECT_LINES(changes(u), steps({"save relay/relay_0", "pin 201 write 0", published_relay(1, "", "", 0), sent(11)}));
@@ -223,7 +242,8 @@ TEST_F(name_list, of_an_empty_text_drives_the_output_to_0)
 {
     ASSERT_EQ(u.level(102), 1);
     EXPECT_EQ(check_and_set_new_gpio_trig_list(port(out), "", write_back), 0);
-    EXPECT_LINES(changes(u), steps({"save physical/gpio_1 2", "pin 102 write 0", published("physical/gpio 2", {2, "", "", "", 0, 0}), sent(7)}));
+    EXPECT_LINES(changes(u), steps({"save physical/gpio_1 2", "pin 102 write 0",
+                                    published("physical/gpio 2", {2, "", "", "", 0, 0}), sent(7)}));
 }
 
 TEST_F(name_list, of_an_input_replaces_its_own_trigger)
@@ -251,7 +271,8 @@ TEST_F(name_list, of_handlers_empties_the_list_of_triggers_and_leaves_the_handle
         ASSERT_EQ(first_trigger(gpi), own_trigger("GPI 1"));
         u.take();
         EXPECT_EQ(check_and_set_new_gpio_handler_list(port(gpi), text, write_back), 0) << text;
-        EXPECT_LINES(changes(u), steps({"save physical/gpio_0 1", "pin 1 write 0", published("physical/gpio 1", {1, "Record, Play", "", "", 0, 0}), sent(7)}));
+        EXPECT_LINES(changes(u), steps({"save physical/gpio_0 1", "pin 1 write 0",
+                                        published("physical/gpio 1", {1, "Record, Play", "", "", 0, 0}), sent(7)}));
         EXPECT_EQ(port_handlers(gpi), "Record#0 !Play#1");
         EXPECT_EQ(port(gpi)->num_trigs, 0);
         EXPECT_EQ(saved(u, "physical/gpio_0/handler"), "\"Record, Play\"");
@@ -274,7 +295,8 @@ TEST_F(name_list, of_handlers_given_to_an_output_empties_and_lowers_it)
 {
     ASSERT_EQ(u.level(102), 1);
     EXPECT_EQ(check_and_set_new_gpio_handler_list(port(out), "Record", write_back), 0);
-    EXPECT_LINES(changes(u), steps({"save physical/gpio_1 2", "pin 102 write 0", published("physical/gpio 2", {2, "", "", "", 0, 0}), sent(7)}));
+    EXPECT_LINES(changes(u), steps({"save physical/gpio_1 2", "pin 102 write 0",
+                                    published("physical/gpio 2", {2, "", "", "", 0, 0}), sent(7)}));
     EXPECT_EQ(port_handlers(out), "");
     EXPECT_EQ(check_and_set_new_gpio_handler_list(port(vgpio), "", write_back), 0);
     EXPECT_EQ(port_list(vgpio), "");

@@ -29,13 +29,15 @@ void set_types(unit &u, int type)
 
 std::string key(int32_t index)
 {
-    constexpr const char *keys[] = {"physical/gpio_0", "physical/gpio_1", "virtual/vgpio_0", "virtual/vgpio_1", "user_buttons/btn_1", "user_buttons/led_1"};
+    constexpr const char *keys[] = {"physical/gpio_0", "physical/gpio_1",    "virtual/vgpio_0",
+                                    "virtual/vgpio_1", "user_buttons/btn_1", "user_buttons/led_1"};
     return keys[index];
 }
 
 std::string node(int32_t index)
 {
-    constexpr const char *nodes[] = {"physical/gpio 1", "physical/cough 1", "virtual/vgpio 1", "virtual/vgpio 2", "user buttons/button 1", "user buttons/led 1"};
+    constexpr const char *nodes[] = {"physical/gpio 1", "physical/cough 1",      "virtual/vgpio 1",
+                                     "virtual/vgpio 2", "user buttons/button 1", "user buttons/led 1"};
     return std::string("gpio/") + nodes[index] + "/";
 }
 
@@ -57,7 +59,7 @@ void expect_assertion(const std::string &condition, const std::function<void()> 
     EXPECT_NE(child.output.find("`" + condition + "'"), std::string::npos) << child.output;
 }
 
-}  // namespace
+}   // namespace
 
 // ---- Input mode
 
@@ -173,7 +175,9 @@ protected:
     {
         describe(u);
         set_types(u, input);
-        u.set("virtual/vgpio_0/vgpo_src", name).set("virtual/vgpio_0/handler", "Record").set("virtual/vgpio_0/handler_invert", "0");
+        u.set("virtual/vgpio_0/vgpo_src", name)
+            .set("virtual/vgpio_0/handler", "Record")
+            .set("virtual/vgpio_0/handler_invert", "0");
         ASSERT_EQ(u.start(), 0);
         u.handler("Record");
         discover(u, near, 2, "/a/near");
@@ -199,7 +203,8 @@ TEST_F(source, that_is_known_is_followed_shown_and_saved)
 {
     start("");
     EXPECT_EQ(set_gpio_vgpo_src(&vgpi(), near, write_back), 0);
-    EXPECT_LINES(changes(u), "consumer 1 connect 10.0.0.2:9000 (timeout 10)", "consumer 1 get /a/near/type", "consumer 1 get /a/near/status", shown_text(near), is_saved);
+    EXPECT_LINES(changes(u), "consumer 1 connect 10.0.0.2:9000 (timeout 10)", "consumer 1 get /a/near/type",
+                 "consumer 1 get /a/near/status", shown_text(near), is_saved);
     EXPECT_STREQ(vgpi().vgpo_src, near);
     EXPECT_EQ(vgpi().vgpo_src_valid, 1);
     EXPECT_EQ(saved(u, "virtual/vgpio_0/vgpo_src"), std::string("\"") + near + "\"");
@@ -209,14 +214,16 @@ TEST_F(source, that_came_through_its_parameter_is_not_written_back)
 {
     start("");
     EXPECT_EQ(set_gpio_vgpo_src(&vgpi(), near, keep), 0);
-    EXPECT_LINES(changes(u), "consumer 1 connect 10.0.0.2:9000 (timeout 10)", "consumer 1 get /a/near/type", "consumer 1 get /a/near/status", is_saved);
+    EXPECT_LINES(changes(u), "consumer 1 connect 10.0.0.2:9000 (timeout 10)", "consumer 1 get /a/near/type",
+                 "consumer 1 get /a/near/status", is_saved);
 }
 
 TEST_F(source, of_another_unit_ends_the_old_link_and_keeps_the_level)
 {
     start_on();
     EXPECT_EQ(set_gpio_vgpo_src(&vgpi(), far, write_back), 0);
-    EXPECT_LINES(changes(u), "consumer 1 end", "consumer 2 connect 10.0.0.3:9000 (timeout 10)", "consumer 2 get /a/far/type", "consumer 2 get /a/far/status", shown_text(far), is_saved);
+    EXPECT_LINES(changes(u), "consumer 1 end", "consumer 2 connect 10.0.0.3:9000 (timeout 10)", "consumer 2 get /a/far/type",
+                 "consumer 2 get /a/far/status", shown_text(far), is_saved);
     EXPECT_EQ(vgpi().state, 1) << "until the new source says otherwise";
     EXPECT_NE(find_vgpo_by_name(&zel::remote_vgpos, near), nullptr) << "is announced still";
 }
@@ -225,7 +232,8 @@ TEST_F(source, chosen_again_while_reachable_is_connected_anew)
 {
     start_on();
     EXPECT_EQ(set_gpio_vgpo_src(&vgpi(), near, write_back), 0);
-    EXPECT_LINES(u.take_of("consumer"), "consumer 1 end", "consumer 2 connect 10.0.0.2:9000 (timeout 10)", "consumer 2 get /a/near/type", "consumer 2 get /a/near/status");
+    EXPECT_LINES(u.take_of("consumer"), "consumer 1 end", "consumer 2 connect 10.0.0.2:9000 (timeout 10)",
+                 "consumer 2 get /a/near/type", "consumer 2 get /a/near/status");
     EXPECT_STREQ(vgpi().vgpo_src, near);
 }
 
@@ -264,9 +272,12 @@ TEST_F(source, that_was_unreachable_and_is_left_leaves_the_list)
 {
     start(gone);
     EXPECT_EQ(set_gpio_vgpo_src(&vgpi(), near, write_back), 0);
-    EXPECT_LINES(changes(u), "log 2 disconnect_vgpi_from_vgpo: Removing vgpo_src 'vGPO9@Gone' from the list as it is no longer discoverable or selected",
-                 "ember remove gpio/vgpio sources/v-0", "ipc snmp send 14 (68 bytes)", "log 2 remove_vgpo: Removing vgpo 'vGPO9@Gone'",
-                 "consumer 1 connect 10.0.0.2:9000 (timeout 10)", "consumer 1 get /a/near/type", "consumer 1 get /a/near/status", shown_text(near), is_saved);
+    EXPECT_LINES(changes(u),
+                 "log 2 disconnect_vgpi_from_vgpo: Removing vgpo_src 'vGPO9@Gone' from the list as it is no longer discoverable "
+                 "or selected",
+                 "ember remove gpio/vgpio sources/v-0", "ipc snmp send 14 (68 bytes)",
+                 "log 2 remove_vgpo: Removing vgpo 'vGPO9@Gone'", "consumer 1 connect 10.0.0.2:9000 (timeout 10)",
+                 "consumer 1 get /a/near/type", "consumer 1 get /a/near/status", shown_text(near), is_saved);
 }
 
 TEST_F(source, that_is_unknown_is_refused_and_changes_nothing)
@@ -284,7 +295,8 @@ TEST_F(source, emptied_ends_the_link_lowers_the_level_and_ends_the_trigger)
 {
     start_on();
     EXPECT_EQ(set_gpio_vgpo_src(&vgpi(), "", write_back), 0);
-    EXPECT_LINES(changes(u), "consumer 1 end", off, number_set(node(vgpio_1) + "status", 0, 8), ended("vGPI 1"), shown_text(""), is_saved);
+    EXPECT_LINES(changes(u), "consumer 1 end", off, number_set(node(vgpio_1) + "status", 0, 8), ended("vGPI 1"), shown_text(""),
+                 is_saved);
     EXPECT_STREQ(vgpi().vgpo_src, "");
     EXPECT_EQ(vgpi().vgpo_src_valid, 0);
     EXPECT_EQ(vgpi().vgpi_session, nullptr);
@@ -391,9 +403,11 @@ TEST_F(source, of_an_output_or_a_disabled_port_is_refused)
     discover(u, near, 2, "/a");
     u.take();
     for (const char *const name : {near, "", "unknown"})
-        for (const auto &[index, what] : {std::pair{gpi, "an output"}, std::pair{vgpio_1, "an output"}, std::pair{led, "an output"}, std::pair{vgpio_2, "disabled"}}) {
+        for (const auto &[index, what] : {std::pair{gpi, "an output"}, std::pair{vgpio_1, "an output"},
+                                          std::pair{led, "an output"}, std::pair{vgpio_2, "disabled"}}) {
             EXPECT_EQ(set_gpio_vgpo_src(port(index), name, write_back), -1);
-            EXPECT_LINES(u.take(), std::string("log 1 set_gpio_vgpo_src: Unable to modify vgpio source for a port that is ") + what);
+            EXPECT_LINES(u.take(),
+                         std::string("log 1 set_gpio_vgpo_src: Unable to modify vgpio source for a port that is ") + what);
         }
 }
 

@@ -30,7 +30,7 @@ std::string kind_name(const testing::TestParamInfo<int32_t> &of)
     return names[of.param];
 }
 
-}  // namespace
+}   // namespace
 
 // ---- Refusals
 
@@ -220,13 +220,16 @@ TEST_P(requested_type, is_not_written_back_by_the_request_that_came_through_the_
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(requests, requested_type,
-                         testing::Values(type_request{gpi, "physical/gpio 1", 0, 0}, type_request{gpi, "physical/gpio 1", 1, 0}, type_request{gpi, "physical/gpio 1", 2, 0},
-                                         type_request{cough, "physical/cough 1", 0, 0}, type_request{cough, "physical/cough 1", 1, 0}, type_request{cough, "physical/cough 1", 2, -1},
-                                         type_request{virtual_port, "virtual/vgpio 1", 0, 0}, type_request{virtual_port, "virtual/vgpio 1", 1, 0},
-                                         type_request{virtual_port, "virtual/vgpio 1", 2, 0}, type_request{button, "user buttons/button 1", 0, 0},
-                                         type_request{button, "user buttons/button 1", 1, 0}, type_request{button, "user buttons/button 1", 2, -1},
-                                         type_request{led, "user buttons/led 1", 0, 0}, type_request{led, "user buttons/led 1", 1, -1}, type_request{led, "user buttons/led 1", 2, 0}));
+INSTANTIATE_TEST_SUITE_P(
+    requests, requested_type,
+    testing::Values(type_request{gpi, "physical/gpio 1", 0, 0}, type_request{gpi, "physical/gpio 1", 1, 0},
+                    type_request{gpi, "physical/gpio 1", 2, 0}, type_request{cough, "physical/cough 1", 0, 0},
+                    type_request{cough, "physical/cough 1", 1, 0}, type_request{cough, "physical/cough 1", 2, -1},
+                    type_request{virtual_port, "virtual/vgpio 1", 0, 0}, type_request{virtual_port, "virtual/vgpio 1", 1, 0},
+                    type_request{virtual_port, "virtual/vgpio 1", 2, 0}, type_request{button, "user buttons/button 1", 0, 0},
+                    type_request{button, "user buttons/button 1", 1, 0}, type_request{button, "user buttons/button 1", 2, -1},
+                    type_request{led, "user buttons/led 1", 0, 0}, type_request{led, "user buttons/led 1", 1, -1},
+                    type_request{led, "user buttons/led 1", 2, 0}));
 
 TEST(a_cough_port, is_refused_as_an_output_by_a_request_but_not_by_the_change_itself)
 {
@@ -332,7 +335,9 @@ TEST(a_disabled_input, ends_and_disconnects_whatever_stands_in_the_place_of_its_
 {
     unit u;
     describe(u);
-    u.set("physical/gpio_0/type", 1).set("relay/relay_0/triggers", "Eth Link Down, GPI 1").set("relay/relay_0/trigger_invert", "0, 0");
+    u.set("physical/gpio_0/type", 1)
+        .set("relay/relay_0/triggers", "Eth Link Down, GPI 1")
+        .set("relay/relay_0/trigger_invert", "0, 0");
     ASSERT_EQ(u.start(), 0);
     u.raise("Eth Link Down");
     ASSERT_EQ(zel::set_gpio_trigger_list(gpi, "0", "0", 0), 0);
@@ -389,12 +394,18 @@ TEST(a_list_longer_than_its_first_entry, is_freed_when_its_input_becomes_an_outp
 TEST(an_input_line_that_cannot_be_opened, leaves_a_port_that_is_neither_named_nor_saved_nor_published)
 {
     unit u;
-    u.gpi(1, 101, true).virtuals(1).ember().set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "Eth Link Down").set("physical/gpio_0/invert_trigger", "0");
+    u.gpi(1, 101, true)
+        .virtuals(1)
+        .ember()
+        .set("physical/gpio_0/type", 2)
+        .set("physical/gpio_0/trigger", "Eth Link Down")
+        .set("physical/gpio_0/invert_trigger", "0");
     ASSERT_EQ(u.start(), 0);
     u.take();
     u.fail("pin 1 open");
     EXPECT_EQ(set_gpio_to_input(0, momentary, no_handler, nullptr, 0), -1);
-    EXPECT_LINES(changes(u), setting_up(0, momentary, 0), "pin 101 close", "pin 1 open 0 failed", "log 0 set_gpio_to_input: Failed to open gpio 1");
+    EXPECT_LINES(changes(u), setting_up(0, momentary, 0), "pin 101 close", "pin 1 open 0 failed",
+                 "log 0 set_gpio_to_input: Failed to open gpio 1");
     EXPECT_EQ(type_of(0), static_cast<uint32_t>(input));
     EXPECT_EQ(first_trigger(0), "(null)#-1");
     EXPECT_EQ(zel::gpios[0].ignore_irq, 1);
@@ -445,7 +456,8 @@ TEST(a_polarity_that_cannot_be_set, fails_a_change_to_an_input)
     u.take();
     u.fail("pin 1 active_low");
     EXPECT_EQ(set_gpio_to_input(gpi, momentary, no_handler, nullptr, 0), -1);
-    EXPECT_LINES(changes(u), setting_up(gpi, momentary, 0), "pin 1 open 0", "pin 1 active_low 0 failed", "log 0 set_gpio_to_input: Failed to set active_low property for gpio 1");
+    EXPECT_LINES(changes(u), setting_up(gpi, momentary, 0), "pin 1 open 0", "pin 1 active_low 0 failed",
+                 "log 0 set_gpio_to_input: Failed to set active_low property for gpio 1");
     EXPECT_EQ(type_of(gpi), static_cast<uint32_t>(input));
     EXPECT_TRUE(u.is_open(1));
 }
@@ -458,8 +470,10 @@ TEST(a_polarity_that_cannot_be_set, does_not_fail_a_change_to_an_output)
     u.take();
     u.fail("pin 101 active_low");
     EXPECT_EQ(set_gpio_to_output(gpi, no_trigger, 0), 0);
-    EXPECT_LINES(changes(u), steps({"pin 101 open 2", "pin 101 active_low 0 failed", "log 0 set_gpio_to_output: Failed to set active_low property for gpio 101",
-                                    "pin 101 write 0", "save physical/gpio_0 2", published("physical/gpio 1", {output, "", "", "", 0, 0}), sent(7)}));
+    EXPECT_LINES(changes(u),
+                 steps({"pin 101 open 2", "pin 101 active_low 0 failed",
+                        "log 0 set_gpio_to_output: Failed to set active_low property for gpio 101", "pin 101 write 0",
+                        "save physical/gpio_0 2", published("physical/gpio 1", {output, "", "", "", 0, 0}), sent(7)}));
 }
 
 TEST(a_port_that_cannot_be_saved, fails_its_change_but_is_published_and_sent)
@@ -469,7 +483,8 @@ TEST(a_port_that_cannot_be_saved, fails_its_change_but_is_published_and_sent)
     ASSERT_EQ(u.start(), 0);
     u.fail("json set gpio/physical/gpio_0/type");
     for (const auto &change : {std::function<int32_t()>([] { return set_gpio_to_input(gpi, momentary, no_handler, nullptr, 0); }),
-                               std::function<int32_t()>([] { return set_gpio_to_output(gpi, no_trigger, 0); }), std::function<int32_t()>([] { return disable_gpio(gpi); })}) {
+                               std::function<int32_t()>([] { return set_gpio_to_output(gpi, no_trigger, 0); }),
+                               std::function<int32_t()>([] { return disable_gpio(gpi); })}) {
         u.take();
         EXPECT_EQ(change(), -1);
         EXPECT_EQ(u.count_of(type_set("physical/gpio 1", type_of(gpi))), 1);
@@ -495,7 +510,8 @@ TEST(a_service_that_cannot_be_announced, does_not_fail_a_change_to_an_output)
     ASSERT_EQ(u.start(), 0);
     u.fail("ipc sdisc send 9");
     EXPECT_EQ(set_gpio_to_output(virtual_port, no_trigger, 0), 0);
-    EXPECT_TRUE(u.logged("0 publish_vgpo: Failed to send ZEL_SDISC_PUBLISH SERVICE_CMD message to zel_sdiscd for service 'vGPO1@Studio 1'"));
+    EXPECT_TRUE(u.logged(
+        "0 publish_vgpo: Failed to send ZEL_SDISC_PUBLISH SERVICE_CMD message to zel_sdiscd for service 'vGPO1@Studio 1'"));
     EXPECT_EQ(type_of(virtual_port), static_cast<uint32_t>(output));
 }
 
@@ -524,7 +540,8 @@ TEST_P(memory_that_is_short, costs_a_name_at_most)
             if (!failed)
                 _exit(testing::Test::HasFailure() ? 1 : 77);
         });
-        ASSERT_TRUE(child.signal == 0 && (child.exit_status == 0 || child.exit_status == 77)) << "allocation " << nth << "\n" << child.output;
+        ASSERT_TRUE(child.signal == 0 && (child.exit_status == 0 || child.exit_status == 77)) << "allocation " << nth << "\n"
+                                                                                              << child.output;
         fired = child.exit_status == 0;
     }
     EXPECT_GT(nth, 2);

@@ -12,7 +12,7 @@ namespace {
 enum { eth = 0, aoip = 1, disabled = 0, input = 1, output = 2, latching = 0, momentary = 1, no_handler = -1, no_trigger = -1 };
 enum { listener = 0, button = 4, led = 5 };
 
-}  // namespace
+}   // namespace
 
 /// Ports: 0 an output that listens to the button, 1 virtual, 2 and 3 the first pair, 4 and 5 the second pair, which is changed.
 class second_pair : public testing::Test {
@@ -21,10 +21,19 @@ protected:
 
     void start(int button_type, int led_type)
     {
-        u.gpis(1).virtuals(1).buttons(2).ember().set("user_buttons/btn_2/type", button_type).set("user_buttons/led_2/type", led_type);
-        u.set("user_buttons/btn_2/input_mode", 1).set("user_buttons/btn_2/handler", "Record").set("user_buttons/btn_2/handler_invert", "0");
+        u.gpis(1)
+            .virtuals(1)
+            .buttons(2)
+            .ember()
+            .set("user_buttons/btn_2/type", button_type)
+            .set("user_buttons/led_2/type", led_type);
+        u.set("user_buttons/btn_2/input_mode", 1)
+            .set("user_buttons/btn_2/handler", "Record")
+            .set("user_buttons/btn_2/handler_invert", "0");
         u.set("user_buttons/led_2/trigger", "Eth Link Down, AoIP Link Down").set("user_buttons/led_2/invert_trigger", "0, 1");
-        u.set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "User Button 2").set("physical/gpio_0/invert_trigger", "0");
+        u.set("physical/gpio_0/type", 2)
+            .set("physical/gpio_0/trigger", "User Button 2")
+            .set("physical/gpio_0/invert_trigger", "0");
         ASSERT_EQ(u.start(), 0);
         u.handler("Record");
         u.led_handler(1);
@@ -42,7 +51,10 @@ protected:
     static lines led_shows(const shown &values) { return published("user buttons/led 2", values); }
     static std::string button_saved(int type) { return "save user_buttons/btn_2 " + std::to_string(type); }
     static std::string led_saved(int type) { return "save user_buttons/led_2 " + std::to_string(type); }
-    static std::string record(int state, int mode) { return "callback Record source 4 state " + std::to_string(state) + " context " + std::to_string(mode); }
+    static std::string record(int state, int mode)
+    {
+        return "callback Record source 4 state " + std::to_string(state) + " context " + std::to_string(mode);
+    }
     static std::string lamp(int state) { return "callback User LED 2 source 5 state " + std::to_string(state) + " context 0"; }
 };
 
@@ -61,7 +73,8 @@ TEST_F(second_pair, button_from_disabled_to_input_takes_its_trigger_without_coun
     EXPECT_EQ(zel::gpios[button].num_trigs, 0);
     EXPECT_EQ(port_handlers(button), "Record#0");
     const lines values = button_shows({input, "Record", "", "", latching, 0});
-    EXPECT_LINES(changes(u), steps({setting_up(button, momentary, 2), button_saved(input), record(0, latching), values, sent(9), record(0, latching), button_saved(input), values, sent(9)}))
+    EXPECT_LINES(changes(u), steps({setting_up(button, momentary, 2), button_saved(input), record(0, latching), values, sent(9),
+                                    record(0, latching), button_saved(input), values, sent(9)}))
         << "a button's mode is not taken from the change";
 }
 
@@ -70,9 +83,11 @@ TEST_F(second_pair, button_from_input_to_disabled_ends_its_trigger_and_takes_it_
     start(input, disabled);
     press();
     EXPECT_EQ(disable_gpio(button), 0);
-    EXPECT_LINES(changes(u), steps({ended("User Button 2"), "pin 101 write 0", published("physical/gpio 1", {output, "", "User Button 2", "", 0, 0}), sent(7), record(0, momentary),
-                                    "save physical/gpio_0 2", "pin 101 write 0", published("physical/gpio 1", {output, "", "", "", 0, 0}), sent(7),
-                                    button_saved(disabled), button_shows({disabled, "", "", "", momentary, 0}), sent(9)}));
+    EXPECT_LINES(changes(u),
+                 steps({ended("User Button 2"), "pin 101 write 0",
+                        published("physical/gpio 1", {output, "", "User Button 2", "", 0, 0}), sent(7), record(0, momentary),
+                        "save physical/gpio_0 2", "pin 101 write 0", published("physical/gpio 1", {output, "", "", "", 0, 0}),
+                        sent(7), button_saved(disabled), button_shows({disabled, "", "", "", momentary, 0}), sent(9)}));
     EXPECT_EQ(port_list(listener), "");
     EXPECT_EQ(first_trigger(button), "(null)#-1");
     EXPECT_EQ(handler_list[0].port_mask, 0u);
@@ -84,9 +99,10 @@ TEST_F(second_pair, button_from_input_to_input_falls_to_0_and_keeps_its_handlers
     press();
     ASSERT_EQ(zel::gpios[button].state, 1);
     EXPECT_EQ(set_gpio_to_input(button, latching, no_handler, nullptr, 0), 0);
-    EXPECT_LINES(changes(u), steps({setting_up(button, latching, 2), record(0, momentary), record(0, momentary), ended("User Button 2"), "pin 101 write 0",
-                                    published("physical/gpio 1", {output, "", "User Button 2", "", 0, 0}), sent(7), button_saved(input),
-                                    button_shows({input, "Record", "", "", momentary, 0}), sent(9)}));
+    EXPECT_LINES(changes(u),
+                 steps({setting_up(button, latching, 2), record(0, momentary), record(0, momentary), ended("User Button 2"),
+                        "pin 101 write 0", published("physical/gpio 1", {output, "", "User Button 2", "", 0, 0}), sent(7),
+                        button_saved(input), button_shows({input, "Record", "", "", momentary, 0}), sent(9)}));
     EXPECT_EQ(port_list(listener), own_trigger("User Button 2"));
 }
 
@@ -155,7 +171,10 @@ TEST_F(second_pair, led_from_output_to_output_keeps_list_and_binding)
 {
     start(disabled, output);
     EXPECT_EQ(set_gpio_to_output(led, no_trigger, 0), 0);
-    EXPECT_LINES(changes(u), steps({lamp(1), led_saved(output), led_shows({output, "", "Eth Link Down, !AoIP Link Down", "Eth Link Down, !AoIP Link Down", 0, 1}), sent(10)}));
+    EXPECT_LINES(
+        changes(u),
+        steps({lamp(1), led_saved(output),
+               led_shows({output, "", "Eth Link Down, !AoIP Link Down", "Eth Link Down, !AoIP Link Down", 0, 1}), sent(10)}));
     EXPECT_EQ(port_handlers(led), "User LED 2#1");
 }
 

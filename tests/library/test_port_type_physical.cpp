@@ -1,4 +1,5 @@
-// Changing the type of GPI and cough ports: what each of the nine changes does to pins, handlers, triggers and listeners, in order.
+// Changing the type of GPI and cough ports: what each of the nine changes does to pins, handlers, triggers and listeners, in
+// order.
 #include "port_steps.h"
 #include "zel_gpio/connection_lists.h"
 #include "zel_gpio/port_type.h"
@@ -22,7 +23,8 @@ struct place {
     std::string saved(int type) const { return "save " + key + " " + std::to_string(type); }
     std::string called(int state, int mode) const
     {
-        return "callback Record source " + std::to_string(index) + " state " + std::to_string(state) + " context " + std::to_string(mode);
+        return "callback Record source " + std::to_string(index) + " state " + std::to_string(state) + " context " +
+               std::to_string(mode);
     }
 };
 
@@ -31,7 +33,7 @@ void PrintTo(const place &p, std::ostream *out) { *out << p.trigger; }
 const place gpi{0, 1, 101, "physical/gpio 1", "physical/gpio_0", "GPI 1"};
 const place cough{2, 3, 103, "physical/cough 1", "physical/gpio_2", "COUGH 1"};
 
-}  // namespace
+}   // namespace
 
 /// Ports: 0 GPI 1, 1 an output that listens to the changed port's trigger, 2 COUGH 1, 3 virtual. Relay 0 listens, too.
 class physical_port : public testing::TestWithParam<place> {
@@ -45,7 +47,9 @@ protected:
     {
         u.gpis(2).coughs(1).virtuals(1).relays(1).ember().set(p.key + "/type", type == input ? 1 : 0);
         u.set(p.key + "/input_mode", 1).set(p.key + "/handler", "Record").set(p.key + "/handler_invert", "0");
-        u.set("physical/gpio_1/type", 2).set("physical/gpio_1/trigger", p.trigger.c_str()).set("physical/gpio_1/invert_trigger", "0");
+        u.set("physical/gpio_1/type", 2)
+            .set("physical/gpio_1/trigger", p.trigger.c_str())
+            .set("physical/gpio_1/invert_trigger", "0");
         u.set("relay/relay_0/triggers", p.trigger.c_str()).set("relay/relay_0/trigger_invert", "0");
         u.set_level(p.in_pin, 1);
         ASSERT_EQ(u.start(), 0);
@@ -66,8 +70,8 @@ protected:
     /// The two listeners hear that the port's trigger ended.
     lines listeners_go_off() const
     {
-        return steps({ended(p.trigger), "pin 102 write 0", published("physical/gpio 2", {output, "", p.trigger, "", 0, 0}), sent(7), "pin 201 write 0",
-                      published_relay(1, p.trigger, "", 0), sent(11)});
+        return steps({ended(p.trigger), "pin 102 write 0", published("physical/gpio 2", {output, "", p.trigger, "", 0, 0}),
+                      sent(7), "pin 201 write 0", published_relay(1, p.trigger, "", 0), sent(11)});
     }
 
     lines shows(const shown &values) const { return published(p.node, values); }
@@ -84,8 +88,8 @@ TEST_P(physical_port, from_disabled_to_input_opens_the_input_line)
 {
     start(disabled);
     EXPECT_EQ(set_gpio_to_input(p.index, momentary, no_handler, nullptr, 0), 0);
-    EXPECT_LINES(changes(u), steps({setting_up(p.index, momentary, 0), p.in("open 0"), p.in("active_low 0"), p.in("edge 3"), p.saved(input),
-                                    shows({input, "", "", "", momentary, 0}), sent(7)}));
+    EXPECT_LINES(changes(u), steps({setting_up(p.index, momentary, 0), p.in("open 0"), p.in("active_low 0"), p.in("edge 3"),
+                                    p.saved(input), shows({input, "", "", "", momentary, 0}), sent(7)}));
     EXPECT_EQ(first_trigger(p.index), own_trigger(p.trigger));
     EXPECT_EQ(port().num_trigs, 0) << "the own trigger stands outside the count";
     EXPECT_EQ(port().ignore_irq, 0);
@@ -96,7 +100,8 @@ TEST_P(physical_port, from_disabled_to_output_opens_the_output_line_and_drives_i
 {
     start(disabled);
     EXPECT_EQ(set_gpio_to_output(p.index, no_trigger, 0), 0);
-    EXPECT_LINES(changes(u), steps({p.out("open 2"), p.out("active_low 0"), p.out("write 0"), p.saved(output), shows({output, "", "", "", latching, 0}), sent(7)}));
+    EXPECT_LINES(changes(u), steps({p.out("open 2"), p.out("active_low 0"), p.out("write 0"), p.saved(output),
+                                    shows({output, "", "", "", latching, 0}), sent(7)}));
     EXPECT_EQ(port().num_trigs, 0);
 }
 
@@ -105,7 +110,8 @@ TEST_P(physical_port, from_disabled_to_output_with_a_trigger_sets_the_list_first
     start(disabled);
     EXPECT_EQ(set_gpio_to_output(p.index, eth, 1), 0);
     const lines values = shows({output, "", "!Eth Link Down", "!Eth Link Down", latching, 1});
-    EXPECT_LINES(changes(u), steps({p.out("open 2"), p.out("active_low 0"), p.saved(output), p.out("write 1"), values, sent(7), p.out("write 1"), p.saved(output), values, sent(7)}));
+    EXPECT_LINES(changes(u), steps({p.out("open 2"), p.out("active_low 0"), p.saved(output), p.out("write 1"), values, sent(7),
+                                    p.out("write 1"), p.saved(output), values, sent(7)}));
     EXPECT_EQ(port_list(p.index), "!Eth Link Down#0");
 }
 
@@ -114,10 +120,11 @@ TEST_P(physical_port, from_input_to_disabled_ends_its_trigger_and_takes_it_from_
     start(input);
     ASSERT_EQ(port().state, 1);
     EXPECT_EQ(disable_gpio(p.index), 0);
-    const lines freed_output = steps({"save physical/gpio_1 2", "pin 102 write 0", published("physical/gpio 2", {output, "", "", "", 0, 0}), sent(7)});
+    const lines freed_output =
+        steps({"save physical/gpio_1 2", "pin 102 write 0", published("physical/gpio 2", {output, "", "", "", 0, 0}), sent(7)});
     const lines freed_relay = steps({"save relay/relay_0", "pin 201 write 0", published_relay(1, "", "", 0), sent(11)});
-    EXPECT_LINES(changes(u), steps({listeners_go_off(), p.called(0, momentary), freed_output, freed_relay, p.in("write 0"), p.in("close"), p.saved(disabled),
-                                    shows({disabled, "", "", "", momentary, 0}), sent(7)}));
+    EXPECT_LINES(changes(u), steps({listeners_go_off(), p.called(0, momentary), freed_output, freed_relay, p.in("write 0"),
+                                    p.in("close"), p.saved(disabled), shows({disabled, "", "", "", momentary, 0}), sent(7)}));
     EXPECT_EQ(port_list(1) + relay_list(0), "");
     EXPECT_EQ(first_trigger(p.index), "(null)#-1");
     EXPECT_EQ(port().num_handlers, 0);
@@ -128,8 +135,9 @@ TEST_P(physical_port, from_input_to_input_applies_mode_and_name_again_without_ta
 {
     start(input);
     EXPECT_EQ(set_gpio_to_input(p.index, latching, no_handler, nullptr, 0), 0);
-    EXPECT_LINES(changes(u), steps({setting_up(p.index, latching, 0), p.called(0, momentary), p.in("edge 2"), p.called(0, latching), listeners_go_off(), p.saved(input),
-                                    shows({input, "Record", "", "", latching, 0}), sent(7)}));
+    EXPECT_LINES(changes(u),
+                 steps({setting_up(p.index, latching, 0), p.called(0, momentary), p.in("edge 2"), p.called(0, latching),
+                        listeners_go_off(), p.saved(input), shows({input, "Record", "", "", latching, 0}), sent(7)}));
     EXPECT_EQ(first_trigger(p.index), own_trigger(p.trigger));
     EXPECT_EQ(port().num_trigs, 1) << "as start-up counted it";
     EXPECT_EQ(port_list(1), own_trigger(p.trigger));
@@ -140,8 +148,9 @@ TEST_P(physical_port, from_input_to_output_ends_its_trigger_but_leaves_the_liste
 {
     start(input);
     EXPECT_EQ(set_gpio_to_output(p.index, no_trigger, 0), 0);
-    EXPECT_LINES(changes(u), steps({listeners_go_off(), p.called(0, momentary), p.in("close"), p.out("open 2"), p.out("active_low 0"), p.out("write 1"), p.saved(output),
-                                    shows({output, "", "", "", latching, 0}), sent(7)}))
+    EXPECT_LINES(changes(u),
+                 steps({listeners_go_off(), p.called(0, momentary), p.in("close"), p.out("open 2"), p.out("active_low 0"),
+                        p.out("write 1"), p.saved(output), shows({output, "", "", "", latching, 0}), sent(7)}))
         << "the level that the input had is the output's first one";
     EXPECT_EQ(port_list(1), own_trigger(p.trigger));
     EXPECT_EQ(relay_list(0), own_trigger(p.trigger));
@@ -158,7 +167,8 @@ TEST_P(physical_port, from_output_to_disabled_writes_0_and_closes_without_ending
 {
     start(output);
     EXPECT_EQ(disable_gpio(p.index), 0);
-    EXPECT_LINES(changes(u), steps({p.out("write 0"), p.out("close"), p.saved(disabled), shows({disabled, "", "", "", latching, 0}), sent(7)}));
+    EXPECT_LINES(changes(u), steps({p.out("write 0"), p.out("close"), p.saved(disabled),
+                                    shows({disabled, "", "", "", latching, 0}), sent(7)}));
     EXPECT_EQ(trigger_list[eth].state, 1);
     EXPECT_EQ(port_list(p.index), "");
     EXPECT_EQ(port().active_trigs, 0);
@@ -170,8 +180,9 @@ TEST_P(physical_port, from_output_to_input_changes_the_line_and_ends_every_liste
     ASSERT_EQ(port_list(p.index), "Eth Link Down#0 !AoIP Link Down#1");
     EXPECT_EQ(set_gpio_to_input(p.index, momentary, no_handler, nullptr, 0), 0);
     const lines still_output = shows({output, "", "Eth Link Down, !AoIP Link Down", "!AoIP Link Down", latching, 1});
-    EXPECT_LINES(changes(u), steps({setting_up(p.index, momentary, 0), p.out("close"), p.in("open 0"), p.in("active_low 0"), ended("Eth Link Down"), p.in("write 1"), still_output,
-                                    sent(7), p.in("edge 3"), p.saved(input), shows({input, "", "", "", momentary, 0}), sent(7)}));
+    EXPECT_LINES(changes(u), steps({setting_up(p.index, momentary, 0), p.out("close"), p.in("open 0"), p.in("active_low 0"),
+                                    ended("Eth Link Down"), p.in("write 1"), still_output, sent(7), p.in("edge 3"),
+                                    p.saved(input), shows({input, "", "", "", momentary, 0}), sent(7)}));
     EXPECT_EQ(trigger_list[eth].state, 0);
     EXPECT_EQ(first_trigger(p.index), own_trigger(p.trigger));
     EXPECT_EQ(port().trigger_names[1], nullptr);
@@ -211,7 +222,8 @@ TEST_P(physical_port, that_came_back_raises_its_trigger_at_every_edge)
     EXPECT_EQ(u.level(201), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(places, physical_port, testing::Values(gpi, cough), [](const auto &of) { return std::string(of.param.index == 0 ? "gpi" : "cough"); });
+INSTANTIATE_TEST_SUITE_P(places, physical_port, testing::Values(gpi, cough),
+                         [](const auto &of) { return std::string(of.param.index == 0 ? "gpi" : "cough"); });
 
 // ---- Lines and edges
 
@@ -233,14 +245,19 @@ TEST_P(input_edge, follows_mode_and_polarity)
     ASSERT_EQ(u.start(), 0);
     u.take();
     EXPECT_EQ(set_gpio_to_input(0, c.mode, no_handler, nullptr, 0), 0);
-    EXPECT_LINES(u.take_of("pin"), "pin 1 open 0", std::string("pin 1 active_low ") + (c.active_low ? "1" : "0"), "pin 1 edge " + std::to_string(c.edge));
+    EXPECT_LINES(u.take_of("pin"), "pin 1 open 0", std::string("pin 1 active_low ") + (c.active_low ? "1" : "0"),
+                 "pin 1 edge " + std::to_string(c.edge));
     EXPECT_EQ(zel::gpios[0].ignore_irq, c.active_low);
     EXPECT_EQ(zel::gpios[0].input_mode, c.mode);
 }
 
 INSTANTIATE_TEST_SUITE_P(modes, input_edge,
-                         testing::Values(edge_case{false, latching, 2}, edge_case{false, momentary, 3}, edge_case{true, latching, 1}, edge_case{true, momentary, 3}),
-                         [](const auto &of) { return std::string(of.param.active_low ? "active_low" : "active_high") + (of.param.mode == momentary ? "_momentary" : "_latching"); });
+                         testing::Values(edge_case{false, latching, 2}, edge_case{false, momentary, 3},
+                                         edge_case{true, latching, 1}, edge_case{true, momentary, 3}),
+                         [](const auto &of) {
+                             return std::string(of.param.active_low ? "active_low" : "active_high") +
+                                    (of.param.mode == momentary ? "_momentary" : "_latching");
+                         });
 
 TEST(an_active_low_input, drops_the_first_interrupt_after_it_was_made_an_input)
 {
@@ -271,7 +288,8 @@ TEST(an_output, takes_its_own_polarity)
     u.take();
     EXPECT_EQ(set_gpio_to_output(0, no_trigger, 0), 0);
     EXPECT_EQ(set_gpio_to_output(1, no_trigger, 0), 0);
-    EXPECT_LINES(u.take_of("pin"), "pin 101 open 2", "pin 101 active_low 0", "pin 101 write 0", "pin 102 open 2", "pin 102 active_low 1", "pin 102 write 0");
+    EXPECT_LINES(u.take_of("pin"), "pin 101 open 2", "pin 101 active_low 0", "pin 101 write 0", "pin 102 open 2",
+                 "pin 102 active_low 1", "pin 102 write 0");
     EXPECT_EQ(zel::gpios[0].ignore_irq, 0);
 }
 
@@ -344,7 +362,8 @@ TEST_F(with_udp_commands, a_cough_port_is_driven_as_ever)
     EXPECT_EQ(set_gpio_to_output(1, 0, 1), 0);
     EXPECT_EQ(u.level(102), 1);
     EXPECT_EQ(disable_gpio(1), 0);
-    EXPECT_LINES(u.take_of("pin"), "pin 2 close", "pin 102 open 2", "pin 102 active_low 0", "pin 102 write 1", "pin 102 write 1", "pin 102 write 0", "pin 102 close");
+    EXPECT_LINES(u.take_of("pin"), "pin 2 close", "pin 102 open 2", "pin 102 active_low 0", "pin 102 write 1", "pin 102 write 1",
+                 "pin 102 write 0", "pin 102 close");
 }
 
 TEST(without_udp_commands, the_commanded_value_is_left_alone)

@@ -1,4 +1,5 @@
-// Changing the type of virtual ports: links of inputs to other units' outputs, publication of own outputs, and the choice of sources.
+// Changing the type of virtual ports: links of inputs to other units' outputs, publication of own outputs, and the choice of
+// sources.
 #include "port_steps.h"
 #include "zel_gpio/port_type.h"
 
@@ -13,20 +14,23 @@ enum { eth = 0, aoip = 1, disabled = 0, input = 1, output = 2, momentary = 1, no
 
 constexpr char near[] = "vGPO1@Studio 2", far[] = "vGPO1@Studio 3", beside[] = "vGPO2@Studio 2";
 
-const std::string publishing = "log 2 publish_vgpo: Publishing service 'vGPO1@Studio 1' (strlist = '\"path=/unit/gpio/virtual/vgpio 1\"')";
+const std::string publishing =
+    "log 2 publish_vgpo: Publishing service 'vGPO1@Studio 1' (strlist = '\"path=/unit/gpio/virtual/vgpio 1\"')";
 
 lines linked(int session, int host, const std::string &path)
 {
     const std::string begin = "consumer " + std::to_string(session);
-    return {begin + " connect 10.0.0." + std::to_string(host) + ":9000 (timeout 10)", begin + " get " + path + "/type", begin + " get " + path + "/status"};
+    return {begin + " connect 10.0.0." + std::to_string(host) + ":9000 (timeout 10)", begin + " get " + path + "/type",
+            begin + " get " + path + "/status"};
 }
 
 std::string dropped(const std::string &name)
 {
-    return "log 2 disconnect_vgpi_from_vgpo: Removing vgpo_src '" + name + "' from the list as it is no longer discoverable or selected";
+    return "log 2 disconnect_vgpi_from_vgpo: Removing vgpo_src '" + name +
+           "' from the list as it is no longer discoverable or selected";
 }
 
-}  // namespace
+}   // namespace
 
 /// Ports: 0 a GPI, 1 and 2 virtual ("vgpio 1" is changed). The sources `near`, `beside` (of the same unit) and `far` are known.
 class virtual_port : public testing::Test {
@@ -36,7 +40,12 @@ protected:
 
     void start(int type, const char *source = "")
     {
-        u.gpis(1).virtuals(2).ember().friendly_name("Studio 1").set("virtual/vgpio_0/type", type).set("virtual/vgpio_0/vgpo_src", source);
+        u.gpis(1)
+            .virtuals(2)
+            .ember()
+            .friendly_name("Studio 1")
+            .set("virtual/vgpio_0/type", type)
+            .set("virtual/vgpio_0/vgpo_src", source);
         u.set("virtual/vgpio_0/handler", "Record").set("virtual/vgpio_0/handler_invert", "0");
         u.set("virtual/vgpio_0/trigger", "Eth Link Down, AoIP Link Down").set("virtual/vgpio_0/invert_trigger", "0, 1");
         ASSERT_EQ(u.start(), 0);
@@ -94,7 +103,8 @@ TEST_F(virtual_port, from_disabled_to_input_with_a_source_connects)
 {
     start(disabled);
     EXPECT_EQ(set_gpio_to_input(1, 0, no_handler, near, 0), 0);
-    EXPECT_LINES(changes(u), steps({setting_up(1, 0, 1), linked(1, 2, "/a/near"), is_saved(input), shows({input, "", "", "", 0, 0, near}), sent(8)}));
+    EXPECT_LINES(changes(u), steps({setting_up(1, 0, 1), linked(1, 2, "/a/near"), is_saved(input),
+                                    shows({input, "", "", "", 0, 0, near}), sent(8)}));
     EXPECT_STREQ(port().vgpo_src, near);
     EXPECT_NE(port().vgpo_src, near) << "the list's own text";
     EXPECT_EQ(port().vgpo_src_valid, 1);
@@ -105,7 +115,8 @@ TEST_F(virtual_port, from_disabled_to_output_publishes_itself)
     start(disabled);
     u.forget_sent();
     EXPECT_EQ(set_gpio_to_output(1, no_trigger, 0), 0);
-    EXPECT_LINES(changes(u), steps({publishing, "ipc sdisc send 9 (1224 bytes)", is_saved(output), shows({output, "", "", "", 0, 0}), sent(8)}));
+    EXPECT_LINES(changes(u), steps({publishing, "ipc sdisc send 9 (1224 bytes)", is_saved(output),
+                                    shows({output, "", "", "", 0, 0}), sent(8)}));
     EXPECT_EQ(u.sent("sdisc", 9).at(0).text_at(4, 64), "vGPO1@Studio 1");
     EXPECT_EQ(port().vgpo_src, nullptr);
 }
@@ -115,7 +126,8 @@ TEST_F(virtual_port, from_disabled_to_output_with_a_trigger_is_on_at_once)
     start(disabled);
     EXPECT_EQ(set_gpio_to_output(1, eth, 0), 0);
     const lines values = shows({output, "", "Eth Link Down", "Eth Link Down", 0, 1});
-    EXPECT_LINES(changes(u), steps({publishing, "ipc sdisc send 9 (1224 bytes)", is_saved(output), values, sent(8), is_saved(output), values, sent(8)}));
+    EXPECT_LINES(changes(u), steps({publishing, "ipc sdisc send 9 (1224 bytes)", is_saved(output), values, sent(8),
+                                    is_saved(output), values, sent(8)}));
     EXPECT_EQ(port().state, 1);
 }
 
@@ -123,7 +135,8 @@ TEST_F(virtual_port, from_input_to_disabled_ends_its_trigger_and_its_link)
 {
     start_following();
     EXPECT_EQ(disable_gpio(1), 0);
-    EXPECT_LINES(changes(u), steps({ended("vGPI 1"), called(0), "consumer 1 end", is_saved(disabled), shows({disabled, "", "", "", 0, 0}), sent(8)}));
+    EXPECT_LINES(changes(u), steps({ended("vGPI 1"), called(0), "consumer 1 end", is_saved(disabled),
+                                    shows({disabled, "", "", "", 0, 0}), sent(8)}));
     EXPECT_EQ(port().vgpo_src, nullptr);
     EXPECT_EQ(port().vgpi_session, nullptr);
     EXPECT_EQ(port().vgpo_src_valid, 0);
@@ -134,7 +147,8 @@ TEST_F(virtual_port, from_input_to_disabled_drops_a_source_that_is_unreachable_a
 {
     start_waiting("vGPO9@Gone");
     EXPECT_EQ(disable_gpio(1), 0);
-    EXPECT_LINES(changes(u), steps({called(0), dropped("vGPO9@Gone"), "ember remove gpio/vgpio sources/v-0", "ipc snmp send 14 (68 bytes)", "log 2 remove_vgpo: Removing vgpo 'vGPO9@Gone'",
+    EXPECT_LINES(changes(u), steps({called(0), dropped("vGPO9@Gone"), "ember remove gpio/vgpio sources/v-0",
+                                    "ipc snmp send 14 (68 bytes)", "log 2 remove_vgpo: Removing vgpo 'vGPO9@Gone'",
                                     is_saved(disabled), shows({disabled, "", "", "", 0, 0}), sent(8)}));
     EXPECT_EQ(find_vgpo_by_name(&zel::remote_vgpos, "vGPO9@Gone"), nullptr);
 }
@@ -143,8 +157,8 @@ TEST_F(virtual_port, from_input_to_input_with_its_source_connects_anew)
 {
     start_following();
     EXPECT_EQ(set_gpio_to_input(1, 0, no_handler, near, 0), 0);
-    EXPECT_LINES(changes(u), steps({setting_up(1, 0, 1), called(0), "consumer 1 end", linked(2, 2, "/a/near"), called(0), ended("vGPI 1"), is_saved(input),
-                                    shows({input, "Record", "", "", 0, 0, near}), sent(8)}));
+    EXPECT_LINES(changes(u), steps({setting_up(1, 0, 1), called(0), "consumer 1 end", linked(2, 2, "/a/near"), called(0),
+                                    ended("vGPI 1"), is_saved(input), shows({input, "Record", "", "", 0, 0, near}), sent(8)}));
     EXPECT_EQ(port().state, 0) << "until the new link brings the level";
     EXPECT_EQ(port().num_trigs, 1);
 }
@@ -153,8 +167,8 @@ TEST_F(virtual_port, from_input_to_input_with_another_source_moves_there)
 {
     start_following();
     EXPECT_EQ(set_gpio_to_input(1, 0, no_handler, far, 0), 0);
-    EXPECT_LINES(changes(u), steps({setting_up(1, 0, 1), called(0), "consumer 1 end", linked(2, 3, "/a/far"), called(0), ended("vGPI 1"), is_saved(input),
-                                    shows({input, "Record", "", "", 0, 0, far}), sent(8)}));
+    EXPECT_LINES(changes(u), steps({setting_up(1, 0, 1), called(0), "consumer 1 end", linked(2, 3, "/a/far"), called(0),
+                                    ended("vGPI 1"), is_saved(input), shows({input, "Record", "", "", 0, 0, far}), sent(8)}));
     EXPECT_STREQ(port().vgpo_src, far);
 }
 
@@ -162,7 +176,8 @@ TEST_F(virtual_port, from_input_to_input_without_a_source_ends_the_link)
 {
     start_following();
     EXPECT_EQ(set_gpio_to_input(1, 0, no_handler, nullptr, 0), 0);
-    EXPECT_LINES(changes(u), steps({setting_up(1, 0, 1), called(0), "consumer 1 end", called(0), ended("vGPI 1"), is_saved(input), shows({input, "Record", "", "", 0, 0, ""}), sent(8)}));
+    EXPECT_LINES(changes(u), steps({setting_up(1, 0, 1), called(0), "consumer 1 end", called(0), ended("vGPI 1"), is_saved(input),
+                                    shows({input, "Record", "", "", 0, 0, ""}), sent(8)}));
     EXPECT_STREQ(port().vgpo_src, "");
     EXPECT_EQ(port().vgpo_src_valid, 0);
 }
@@ -238,7 +253,8 @@ TEST_F(virtual_port, from_input_to_output_ends_its_trigger_and_link_and_publishe
 {
     start_following();
     EXPECT_EQ(set_gpio_to_output(1, no_trigger, 0), 0);
-    EXPECT_LINES(changes(u), steps({ended("vGPI 1"), called(0), "consumer 1 end", publishing, "ipc sdisc send 9 (1224 bytes)", is_saved(output), shows({output, "", "", "", 0, 0}), sent(8)}));
+    EXPECT_LINES(changes(u), steps({ended("vGPI 1"), called(0), "consumer 1 end", publishing, "ipc sdisc send 9 (1224 bytes)",
+                                    is_saved(output), shows({output, "", "", "", 0, 0}), sent(8)}));
     EXPECT_EQ(port().vgpo_src, nullptr);
     EXPECT_EQ(port().vgpo_src_valid, 0);
     EXPECT_EQ(port().handler_names[0], nullptr);
@@ -249,8 +265,10 @@ TEST_F(virtual_port, from_input_to_output_drops_a_source_that_is_unreachable)
 {
     start_waiting("vGPO9@Gone");
     EXPECT_EQ(set_gpio_to_output(1, no_trigger, 0), 0);
-    EXPECT_LINES(changes(u), steps({called(0), dropped("vGPO9@Gone"), "ember remove gpio/vgpio sources/v-0", "ipc snmp send 14 (68 bytes)", "log 2 remove_vgpo: Removing vgpo 'vGPO9@Gone'",
-                                    publishing, "ipc sdisc send 9 (1224 bytes)", is_saved(output), shows({output, "", "", "", 0, 0}), sent(8)}));
+    EXPECT_LINES(changes(u),
+                 steps({called(0), dropped("vGPO9@Gone"), "ember remove gpio/vgpio sources/v-0", "ipc snmp send 14 (68 bytes)",
+                        "log 2 remove_vgpo: Removing vgpo 'vGPO9@Gone'", publishing, "ipc sdisc send 9 (1224 bytes)",
+                        is_saved(output), shows({output, "", "", "", 0, 0}), sent(8)}));
 }
 
 TEST_F(virtual_port, from_input_to_output_on_a_shared_link_stops_only_its_own_values)
@@ -267,7 +285,8 @@ TEST_F(virtual_port, from_output_to_disabled_is_withdrawn)
     start(output);
     u.forget_sent();
     EXPECT_EQ(disable_gpio(1), 0);
-    EXPECT_LINES(changes(u), steps({"ipc sdisc send 10 (15 bytes)", is_saved(disabled), shows({disabled, "", "", "", 0, 0}), sent(8)}));
+    EXPECT_LINES(changes(u),
+                 steps({"ipc sdisc send 10 (15 bytes)", is_saved(disabled), shows({disabled, "", "", "", 0, 0}), sent(8)}));
     EXPECT_EQ(u.sent("sdisc", 10).at(0).text_at(0, 64), "vGPO1@Studio 1");
     EXPECT_EQ(port_list(1), "");
     EXPECT_EQ(trigger_list[eth].state, 1);
@@ -279,8 +298,9 @@ TEST_F(virtual_port, from_output_to_input_is_withdrawn_ends_its_triggers_and_con
     EXPECT_EQ(set_gpio_to_input(1, 0, 0, far, 1), 0);
     const lines still_on = shows({input, "Record", "", "", 0, 1, far}), off = shows({input, "Record", "", "", 0, 0, far});
     EXPECT_LINES(changes(u), steps({setting_up(1, 0, 1), "ipc sdisc send 10 (15 bytes)", ended("Eth Link Down"),
-                                    shows({output, "", "Eth Link Down, !AoIP Link Down", "!AoIP Link Down", 0, 1}), sent(8), linked(1, 3, "/a/far"),
-                                    is_saved(input), called(0), still_on, sent(8), called(1), is_saved(input), off, sent(8)}))
+                                    shows({output, "", "Eth Link Down, !AoIP Link Down", "!AoIP Link Down", 0, 1}), sent(8),
+                                    linked(1, 3, "/a/far"), is_saved(input), called(0), still_on, sent(8), called(1),
+                                    is_saved(input), off, sent(8)}))
         << "the handler is connected before the level falls to 0";
     EXPECT_EQ(trigger_list[eth].state, 0);
     EXPECT_EQ(first_trigger(1), own_trigger("vGPI 1"));
@@ -292,7 +312,9 @@ TEST_F(virtual_port, from_output_to_output_is_not_published_again)
 {
     start(output);
     EXPECT_EQ(set_gpio_to_output(1, no_trigger, 0), 0);
-    EXPECT_LINES(changes(u), steps({is_saved(output), shows({output, "", "Eth Link Down, !AoIP Link Down", "Eth Link Down, !AoIP Link Down", 0, 1}), sent(8)}));
+    EXPECT_LINES(changes(u),
+                 steps({is_saved(output),
+                        shows({output, "", "Eth Link Down, !AoIP Link Down", "Eth Link Down, !AoIP Link Down", 0, 1}), sent(8)}));
 }
 
 TEST_F(virtual_port, follows_again_after_it_was_an_output)
@@ -324,7 +346,8 @@ TEST_P(hostile_source, is_a_name_like_any_other)
     EXPECT_EQ(zel::remote_vgpos.count, 0u);
 }
 
-INSTANTIATE_TEST_SUITE_P(names, hostile_source, testing::Values("a, b, !c", "%s%n%d", "!", " ", "null", "\t\x01\x7f", "\"quoted\" \\", "GPI 1"),
+INSTANTIATE_TEST_SUITE_P(names, hostile_source,
+                         testing::Values("a, b, !c", "%s%n%d", "!", " ", "null", "\t\x01\x7f", "\"quoted\" \\", "GPI 1"),
                          [](const auto &of) { return "number_" + std::to_string(of.index); });
 
 TEST(a_source_whose_name, fills_its_field_is_chosen_and_dropped_like_any_other)
