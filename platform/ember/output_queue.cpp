@@ -41,7 +41,7 @@ void output_queue::written(size_t count)
 output_queue::outcome output_queue::write_to(int fd)
 {
     while (!empty()) {
-        std::array<iovec, 16> pieces{};
+        std::array<iovec, 64> pieces;
         const size_t pieces_count = std::min(pieces.size(), count());
         for (size_t i = 0; i < pieces_count; ++i) {
             auto &bytes = waiting_[head_ + i].bytes();

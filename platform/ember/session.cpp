@@ -65,19 +65,19 @@ void poller::wake_after(int64_t delay_ms)
     (void)timerfd_settime(timer_.get(), 0, &when, nullptr);
 }
 
-void poller::serve()
+bool poller::serve()
 {
     std::array<epoll_event, 64> ready{};
     const int count = epoll_wait(epoll_.get(), ready.data(), static_cast<int>(ready.size()), 0);
+    bool timer_expired = false;
     for (int i = 0; i < count; ++i) {
         const auto &event = ready[static_cast<size_t>(i)];
-        if (event.data.ptr != nullptr) {
+        if (event.data.ptr != nullptr)
             static_cast<ready_target *>(event.data.ptr)->on_ready(event.events);
-        } else {
-            uint64_t expirations = 0;
-            (void)!read(timer_.get(), &expirations, sizeof(expirations));
-        }
+        else
+            timer_expired = true;
     }
+    return timer_expired;
 }
 
 }  // namespace zel::ember
@@ -98,12 +98,13 @@ void zel_ember_session::process()
     in_round_ = true;
     round_time_ = now();
     const int64_t armed = due_;
-    bool fired = false;
+    bool arm = false;
     try {
-        poller_.serve();
-        fired = round_time_ >= due_;
-        if (fired)
+        arm = poller_.serve();
+        if (round_time_ >= due_) {
             due_ = zel::ember::never;
+            arm = true;
+        }
         if (!ending_)
             run_due();
     } catch (const std::exception &) {
@@ -114,7 +115,7 @@ void zel_ember_session::process()
     if (ending_) {
         last_words();
         delete this;
-    } else if (fired || due_ != armed) {
+    } else if (arm || due_ != armed) {
         poller_.wake_after(due_ == zel::ember::never ? -1 : due_ > now() ? due_ - now() : 0);
     }
 }

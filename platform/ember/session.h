@@ -34,8 +34,8 @@ public:
     void remove(int fd);
     // Make the descriptor readable after `delay_ms`; the last call counts. Negative: not at all.
     void wake_after(int64_t delay_ms);
-    // Serve what is ready now, once each.
-    void serve();
+    // Serve what is ready now, once each. True if the timer has expired: the descriptor stays readable until wake_after().
+    bool serve();
 
 private:
     unique_fd epoll_, timer_;
