@@ -20,8 +20,8 @@ namespace {
 constexpr grid_model::description unit_description{6, 3, 3, 2};
 constexpr int port_count = 6 + 3 + 4, first_button = 9;
 
-const char *const trigger_names[] = {"Door", "Fire", "On Air", "Mute", "Talk", "Lamp", "Bell"};
-const char *const handler_names[] = {"Record", "Stop", "Mute", "Talk", "Lamp", "Bell", "Horn"};   // some are in both: mirrored pairs
+const char *const trigger_names[] = {"Door", "Fire", "Mute", "Talk", "Lamp", "Bell"};
+const char *const handler_names[] = {"Record", "Stop", "Mute", "Talk", "Lamp", "Bell"};   // most are in both: mirrored pairs
 
 // ---- The file as a flat list of values ----
 
@@ -197,7 +197,8 @@ private:
 
     int pick(int count) { return static_cast<int>(random() % static_cast<unsigned>(count)); }
     template <size_t n> const char *any(const char *const (&names)[n]) { return names[pick(static_cast<int>(n))]; }
-    int any_trigger_id() { return pick(10) == 0 ? pick(30) - 1 : pick(24); }
+    int any_trigger_id() { return pick(10) == 0 ? pick(30) - 1 : pick(22); }
+    int any_host_trigger_id() { return 16 + pick(6); }
     void same(int library, int model_result) { EXPECT_EQ(library, model_result) << what; }
 
     void do_register_handler(const char *name)
@@ -255,7 +256,7 @@ private:
     {
         const owner who = static_cast<owner>(pick(3));
         const int index = who == owner::port ? pick(port_count) : who == owner::relay ? pick(unit_description.relays) : pick(9);
-        const int trigger = any_trigger_id(), invert = pick(2);
+        const int trigger = who == owner::handler && pick(3) ? any_host_trigger_id() : any_trigger_id(), invert = pick(2);
         if (who == owner::port && !takes_triggers(index))
             return;
         if (who == owner::handler && model.handlers[static_cast<size_t>(index)].is_led)
@@ -337,9 +338,13 @@ settings first_file()
             {"physical/gpio_2/type", "2"},         {"physical/gpio_2/trigger", "\"GPI 1, Fire\""}, {"physical/gpio_2/invert_trigger", "\"0, 1\""},
             {"physical/gpio_3/type", "2"},         {"physical/gpio_4/type", "1"},            {"physical/gpio_4/handler", "\"Record, Mute\""},
             {"relay/relay_0/triggers", "\"Door, GPI 1\""}, {"relay/relay_0/trigger_invert", "\"1, 0\""}, {"virtual/vgpio_0/type", "2"},
+            {"relay/relay_1/triggers", "\"GPI 2, Fire, GPI 2, Fire\""}, {"relay/relay_1/trigger_invert", "\"0, 1, 1, 0\""},
+            {"virtual/vgpio_2/type", "2"},         {"virtual/vgpio_2/trigger", "\"Bell, vGPI 1, Bell\""}, {"virtual/vgpio_2/invert_trigger", "\"1, 0, 0\""},
+            {"handler_info/Lamp/triggers", "\"Bell, AC Power Off, AC Power Off\""}, {"handler_info/Lamp/trigger_inverts", "\"1, 1, 0\""},
+            {"handler_info/Bell/triggers", "\"Lamp\""}, {"handler_info/Bell/trigger_inverts", "\"0\""},
             {"virtual/vgpio_1/type", "1"},         {"virtual/vgpio_1/handler", "\"Stop\""},  {"virtual/vgpio_1/handler_invert", "\"1\""},
             {"user_buttons/btn_1/type", "1"},      {"user_buttons/btn_2/type", "1"},         {"user_buttons/btn_2/input_mode", "1"},
-            {"user_buttons/led_1/type", "2"},      {"user_buttons/led_2/type", "2"},         {"on_grid_handlers", "\"Mute, Talk\""},
+            {"user_buttons/led_1/type", "2"},      {"user_buttons/led_2/type", "2"},         {"on_grid_handlers", "\"Mute, Talk, Lamp, Bell\""},
             {"on_grid_triggers", "\"Door\""},      {"handler_info/Mute/triggers", "\"Talk, Door\""}, {"handler_info/Mute/trigger_inverts", "\"0, 1\""},
             {"handler_info/Talk/triggers", "\"Mute\""}, {"handler_info/Talk/trigger_inverts", "\"1\""}};
 }

@@ -280,6 +280,17 @@ TEST(user_led_handler, is_bound_to_its_led_and_stays_out_of_tree_and_grid)
     EXPECT_EQ(handler_triggers(0), "") << "its list is that of its LED";
 }
 
+TEST(user_led_handler, has_no_list_of_its_own_even_if_the_file_holds_one)
+{
+    unit u;
+    u.buttons(1).set("on_grid_handlers", "User LED 1").set("handler_info/User LED 1/triggers", "Eth Link Down");
+    u.set("handler_info/User LED 1/trigger_inverts", "1");
+    ASSERT_EQ(u.start(), 0);
+    ASSERT_EQ(u.led_handler(0), 0);
+    EXPECT_EQ(handler_triggers(0), "");
+    EXPECT_EQ(handler_list[0].state, 0);
+}
+
 TEST(user_led_handler, the_number_of_the_led_may_equal_the_number_of_buttons)
 {
     unit u;

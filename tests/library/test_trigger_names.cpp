@@ -278,6 +278,22 @@ TEST(trigger_removal, of_an_inputs_own_trigger_leaves_an_input_that_raises_nothi
     EXPECT_EQ(zel::gpios[0].trig_ids[0], -1);
 }
 
+TEST(trigger_removal, of_an_inputs_own_trigger_does_not_give_the_input_the_slots_next_one)
+{
+    unit u;
+    u.gpis(1).buttons(1).set("user_buttons/btn_1/type", 1);
+    ASSERT_EQ(u.start(), 0);
+    ASSERT_EQ(zel_gpio_set_pin_direction(0, 1), 1);
+    ASSERT_EQ(zel_gpio_deregister_trigger("GPI 1"), 0);
+    ASSERT_EQ(zel_gpio_deregister_trigger("User Button 1"), 0);
+    ASSERT_EQ(u.trigger("Door"), 5);
+    ASSERT_EQ(u.trigger("Fire"), 6);
+    u.edge(1, 1);
+    zel_gpio_notify_user_button_event(0);
+    EXPECT_EQ(trigger_list[5].state, 0);
+    EXPECT_EQ(trigger_list[6].state, 0);
+}
+
 TEST(trigger_removal, may_be_given_the_librarys_own_text)
 {
     unit u;
