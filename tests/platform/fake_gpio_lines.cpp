@@ -194,7 +194,7 @@ bool fake_gpio_lines::gone(const open_file &file)
 
 std::string fake_gpio_lines::name_of(uint64_t node)
 {
-    if (node < places) return top_names[node];
+    if (node < std::size(top_names)) return top_names[node];
     return in_chip(node) ? chip_names[node % places] : line_names[node % places];
 }
 

@@ -435,6 +435,16 @@ TEST_F(control_socket_file, of_a_running_process_is_left_alone)
     EXPECT_EQ(zel_sys_control_open(), 0);
 }
 
+TEST_F(control_socket_file, belongs_to_a_running_process_even_if_somebody_removed_it)
+{
+    other_process running(true);
+    ASSERT_TRUE(running.opened());
+    ASSERT_EQ(unlink(path().c_str()), 0);
+    EXPECT_EQ(zel_sys_control_open(), -1) << "two processes that start at once must not both get it";
+    running.end();
+    EXPECT_EQ(zel_sys_control_open(), 0);
+}
+
 TEST_F(control_socket_file, of_a_stranger_who_listens_there_is_left_alone)
 {
     ASSERT_TRUE(std::filesystem::create_directories(unit.path() + "/run/zel"));
