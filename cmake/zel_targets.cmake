@@ -48,6 +48,8 @@ function(zel_test name)
   add_executable(${name} ${ARG_SOURCES})
   target_include_directories(${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/platform)
   target_link_libraries(${name} PRIVATE zel_flags ${ARG_LIBS} GTest::gtest_main)
+  # What is tested is built as delivered; the tests themselves only need to be built quickly.
+  target_compile_options(${name} PRIVATE -O0 -g1)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
                        PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
