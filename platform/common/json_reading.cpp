@@ -1,5 +1,7 @@
 #include "common/json_reading.h"
 
+#include "common/unique_fd.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,19 +14,6 @@
 
 namespace zel {
 namespace {
-
-class open_file {
-public:
-    // Not blocking, because opening a pipe in the file's place would wait for a writer.
-    explicit open_file(const char *path) : fd_(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {}
-    ~open_file() { if (fd_ >= 0) close(fd_); }
-    open_file(const open_file &) = delete;
-    open_file &operator=(const open_file &) = delete;
-    int fd() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 struct text_release {
     void operator()(char *text) const noexcept { std::free(text); }
@@ -85,9 +74,10 @@ json_reading parse(const char *text, size_t length)
 
 json_reading read_json_file(const char *path) noexcept
 {
-    const open_file file(path);
+    // Not blocking, because opening a pipe in the file's place would wait for a writer.
+    const unique_fd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status;
-    if (file.fd() < 0 || fstat(file.fd(), &status) != 0) return failed_by_errno(errno);
+    if (!file || fstat(file.get(), &status) != 0) return failed_by_errno(errno);
     if (!S_ISREG(status.st_mode)) return failed(json_state::unreadable, "not a regular file");
     if (status.st_size > static_cast<off_t>(json_file_max)) {
         return failed(json_state::unreadable, "%lld bytes are more than the %zu allowed",
@@ -96,7 +86,7 @@ json_reading read_json_file(const char *path) noexcept
     const size_t size = static_cast<size_t>(status.st_size);
     const text_buffer text(static_cast<char *>(std::malloc(size + 1)));
     if (!text) return failed(json_state::no_resources, "no memory for %zu bytes", size);
-    const ssize_t length = read_fully(file.fd(), text.get(), size);
+    const ssize_t length = read_fully(file.get(), text.get(), size);
     return length < 0 ? failed_by_errno(errno) : parse(text.get(), static_cast<size_t>(length));
 }
 

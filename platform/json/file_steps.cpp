@@ -1,5 +1,6 @@
 #include "file_steps.h"
 
+#include "common/unique_fd.h"
 #include "common/unit_root.h"
 
 #include <fcntl.h>
@@ -7,7 +8,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <new>
 
 namespace zel {
@@ -31,12 +31,10 @@ int write_all(int fd, const char *text, size_t length) noexcept
 
 int sync_folder(const char *folder) noexcept
 {
-    const int fd = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return errno;
+    const unique_fd fd(open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!fd) return errno;
     // Some file systems have nothing to do for a folder and say so.
-    const int error = fsync(fd) != 0 && errno != EINVAL ? errno : 0;
-    close(fd);
-    return error;
+    return fsync(fd.get()) != 0 && errno != EINVAL ? errno : 0;
 }
 
 int make_durable_folder_of(const std::string &path) noexcept

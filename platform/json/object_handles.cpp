@@ -1,13 +1,13 @@
 #include "object_handles.h"
 
-#include <algorithm>
-
 namespace zel {
 
 zel_json_obj *object_handles::handle_of(json_t *object, int depth)
 {
-    const auto found = std::ranges::find(live_, object, &zel_json_obj::object);
-    return found != live_.end() ? &*found : &live_.emplace_front(zel_json_obj{object, depth});
+    if (const auto found = live_.find(object); found != live_.end()) return found->second;
+    zel_json_obj &handle = all_.emplace_front(zel_json_obj{object, depth});
+    live_.emplace(object, &handle);
+    return &handle;
 }
 
 void object_handles::retire(json_t *value) noexcept
@@ -19,10 +19,10 @@ void object_handles::retire(json_t *value) noexcept
     const char *key;
     json_t *member;
     json_object_foreach(value, key, member) retire(member);
-    const auto found = std::ranges::find(live_, value, &zel_json_obj::object);
+    const auto found = live_.find(value);
     if (found == live_.end()) return;
-    found->object = nullptr;
-    retired_.splice(retired_.begin(), live_, found);
+    found->second->object = nullptr;
+    live_.erase(found);
 }
 
 }  // namespace zel

@@ -4,6 +4,7 @@
 #include "common/json_reading.h"
 
 #include <list>
+#include <unordered_map>
 
 struct zel_json_obj {
     json_t *object;  // null once the object has been removed from the tree
@@ -22,8 +23,8 @@ public:
     void retire(json_t *value) noexcept;
 
 private:
-    std::list<zel_json_obj> live_;
-    std::list<zel_json_obj> retired_;
+    std::list<zel_json_obj> all_;  // each stays where it is
+    std::unordered_map<const json_t *, zel_json_obj *> live_;
 };
 
 }  // namespace zel

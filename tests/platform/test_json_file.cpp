@@ -143,8 +143,8 @@ TEST_F(json_file, unknown_members_and_the_order_of_all_survive)
 
 TEST_F(json_file, a_value_of_another_type_or_size_counts_as_absent)
 {
-    write("config.json", R"({"gpio": {"text": "5", "real": 5.0, "big": 2147483648, "small": -2147483649, "huge": 9223372036854775807,
-                             "null": null, "list": [1], "object": {}, "yes": true, "number": 3, "one": 1}})");
+    write("config.json", R"({"gpio": {"text": "5", "real": 5.0, "big": 2147483648, "small": -2147483649,
+                             "huge": 9223372036854775807, "null": null, "list": [1], "object": {}, "yes": true, "number": 3, "one": 1}})");
     const file_handle file = open();
     zel_json_obj_t *const obj = gpio(file);
     for (const char *key : {"text", "real", "big", "small", "huge", "null", "list", "object", "yes", "absent"}) {
@@ -259,7 +259,8 @@ TEST_F(json_file, a_removed_objects_handle_is_refused_and_so_are_those_below_it)
     zel_json_obj_t *const anew = zel_json_file_load_object(file.get(), outer, "handler_info");
     ASSERT_NE(anew, nullptr);
     EXPECT_NE(anew, inner);
-    EXPECT_STREQ(zel_json_file_load_string(file.get(), zel_json_file_load_object(file.get(), anew, "Record"), "triggers", ""), "");
+    zel_json_obj_t *const record = zel_json_file_load_object(file.get(), anew, "Record");
+    EXPECT_STREQ(zel_json_file_load_string(file.get(), record, "triggers", "none"), "none");
 }
 
 TEST_F(json_file, an_object_overwritten_by_a_value_is_gone_as_well)
@@ -282,7 +283,14 @@ TEST_F(json_file, members_of_any_kind_are_removed_and_stay_so)
         EXPECT_EQ(zel_json_remove_object(file.get(), gpio(file), "unknown"), 0);
         EXPECT_EQ(zel_json_remove_object(file.get(), gpio(file), "absent"), -1);
     }
-    EXPECT_EQ(text("config.json"), "{\n  \"gpio\": {\n    \"name\": \"On Air\",\n    \"flag\": false\n  },\n  \"after\": \"kept\"\n}\n");
+    EXPECT_EQ(text("config.json"), R"({
+  "gpio": {
+    "name": "On Air",
+    "flag": false
+  },
+  "after": "kept"
+}
+)");
 }
 
 TEST_F(json_file, null_arguments_are_refused)

@@ -251,8 +251,8 @@ TEST_F(json_file_faults, an_unreadable_file_gives_way_to_the_last_good_copy_and_
 {
     const std::string unreadable[] = {
         "", " ", "{", "{\"gpio\": {\"number\": 5}", "[1, 2]", "null", "\"text\"", "{\"gpio\": {\"number\": 5}} trailing",
-        "{\"a\": \"\xff\"}", "{\"a\": \"line\nfeed\"}", "{\"a\": 99999999999999999999}", "{\"a\": 1E400}", "{'a': 1}", "{\"a\": 1,}",
-        "\xEF\xBB\xBF{}", "{\"a\": \"\\u0000\"}", "{\"a\": \"\\ud800\"}", "{\"a\": nul}", std::string("{\"a\": 1}\0", 9),
+        "{\"a\": \"\xff\"}", "{\"a\": \"line\nfeed\"}", "{\"a\": 99999999999999999999}", "{\"a\": 1E400}", "{'a': 1}",
+        "{\"a\": 1,}", "\xEF\xBB\xBF{}", "{\"a\": \"\\u0000\"}", "{\"a\": \"\\ud800\"}", "{\"a\": nul}", std::string("{\"a\": 1}\0", 9),
         std::string(4096, '\0'), "{\"a\":" + std::string(1000000, '['), std::string((4 << 20) + 1, ' ')};
     for (const std::string &bad : unreadable) {
         const std::string what = bad.substr(0, 40);

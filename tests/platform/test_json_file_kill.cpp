@@ -186,7 +186,8 @@ protected:
     void expect_consistent(const file_handle &file, int32_t number)
     {
         for (int32_t value = std::max(number - keys + 2, 1); value <= number; ++value) {
-            EXPECT_STREQ(zel_json_file_load_string(file.get(), gpio(file), key_of(value).c_str(), ""), std::to_string(value).c_str());
+            const std::string key = key_of(value), expected = std::to_string(value);
+            EXPECT_EQ(zel_json_file_load_string(file.get(), gpio(file), key.c_str(), ""), expected);
         }
     }
 };

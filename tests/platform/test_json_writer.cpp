@@ -18,13 +18,13 @@ class document {
 public:
     explicit document(size_t size = 65536) : buf_(new char[size]), size_(size), pos_(zel_json_writer_start(buf_.get())) {}
 
-    document &obj(const char *name = nullptr) { return take(zel_json_writer_new_obj(buf_.get(), size_, pos_, name)); }
-    document &array(const char *name = nullptr) { return take(zel_json_writer_new_array(buf_.get(), size_, pos_, name)); }
-    document &integer(const char *name, int64_t value) { return take(zel_json_writer_put_int(buf_.get(), size_, pos_, name, value)); }
-    document &text(const char *name, const char *value) { return take(zel_json_writer_put_str(buf_.get(), size_, pos_, name, value)); }
-    document &boolean(const char *name, int value) { return take(zel_json_writer_put_bool(buf_.get(), size_, pos_, name, value)); }
-    document &end_obj() { return take(zel_json_writer_end_obj(buf_.get(), size_, pos_)); }
-    document &end_array() { return take(zel_json_writer_end_array(buf_.get(), size_, pos_)); }
+    document &obj(const char *name = nullptr) { return call(zel_json_writer_new_obj, name); }
+    document &array(const char *name = nullptr) { return call(zel_json_writer_new_array, name); }
+    document &integer(const char *name, int64_t value) { return call(zel_json_writer_put_int, name, value); }
+    document &text(const char *name, const char *value) { return call(zel_json_writer_put_str, name, value); }
+    document &boolean(const char *name, int value) { return call(zel_json_writer_put_bool, name, value); }
+    document &end_obj() { return call(zel_json_writer_end_obj); }
+    document &end_array() { return call(zel_json_writer_end_array); }
 
     int position() const { return pos_; }
     int finish() { return zel_json_writer_finish(buf_.get(), size_, pos_); }
@@ -38,9 +38,10 @@ public:
     }
 
 private:
-    document &take(int pos)
+    template <class Function, class... Arguments>
+    document &call(Function function, Arguments... arguments)
     {
-        pos_ = pos;
+        pos_ = function(buf_.get(), size_, pos_, arguments...);
         return *this;
     }
 
@@ -58,12 +59,13 @@ std::string written(const char *text)
 
 document &small_grid(document &doc)
 {
-    return doc.obj().array("list").obj().text("class", "relay\n").integer("id", -3).boolean("state", 1).end_obj()
-              .obj().end_obj().end_array().array("none").end_array().obj("empty").end_obj().text("last", "\xc3\xbc\xff").end_obj();
+    doc.obj().array("list").obj().text("class", "relay\n").integer("id", -3).boolean("state", 1).end_obj().obj().end_obj();
+    return doc.end_array().array("none").end_array().obj("empty").end_obj().text("last", "\xc3\xbc\xff").end_obj();
 }
 
 constexpr char small_grid_text[] =
-    "{\"list\":[{\"class\":\"relay\\n\",\"id\":-3,\"state\":true},{}],\"none\":[],\"empty\":{},\"last\":\"\xc3\xbc\xef\xbf\xbd\"}";
+    "{\"list\":[{\"class\":\"relay\\n\",\"id\":-3,\"state\":true},{}],\"none\":[],\"empty\":{},"
+    "\"last\":\"\xc3\xbc\xef\xbf\xbd\"}";
 
 // The same rules once more, byte by byte and from the code points up.
 std::string expected_string(const std::string &text)
