@@ -1,8 +1,8 @@
 // What happens in the unit, as one line per change, in the order in which it happens.
 //
 // The library calls a handler first, stores a trigger's new state in its exported table second and writes the output pins
-// third; only the calls and the pin writes are seen from here. So the triggers' states are kept a second time, and what differs is
-// told before the call or the pin write that came behind it.
+// third; only the calls and the pin writes are seen from here. So the triggers' states are kept a second time, and what
+// differs is told before the call or the pin write that came behind it.
 #pragma once
 
 #include "port_names.h"

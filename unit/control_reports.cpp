@@ -171,7 +171,8 @@ json_t *report_states(const unit_parts &unit)
     }
     const auto relays = unit.wiring.relay_views(static_cast<size_t>(unit.settings.relay_count));
     for (size_t i = 0; i < relays.size(); ++i) {
-        append_state(list, "relay", port_name({port_kind::relay, static_cast<int32_t>(i) + 1}, port_type::output), relays[i].state);
+        const port_ref relay{port_kind::relay, static_cast<int32_t>(i) + 1};
+        append_state(list, "relay", port_name(relay, port_type::output), relays[i].state);
     }
     for (const handler_t &handler : handler_list) {
         if (handler.name != nullptr && handler.led_handler == 0) append_state(list, "handler", handler.name, handler.state != 0);

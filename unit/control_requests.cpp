@@ -22,6 +22,11 @@ struct call {
     control_client &client;
 };
 
+bool is_given(const call &each, const char *key)
+{
+    return json_object_get(each.request, key) != nullptr;
+}
+
 std::string text_argument(const call &each, const char *key)
 {
     const json_t *const value = json_object_get(each.request, key);
@@ -35,12 +40,13 @@ int number_argument(const call &each, const char *key, int min, int max)
     const json_t *const value = json_object_get(each.request, key);
     const json_int_t number = json_integer_value(value);
     if (json_is_integer(value) && number >= min && number <= max) return static_cast<int>(number);
-    throw refused(std::string("\"") + key + "\" must be a whole number from " + std::to_string(min) + " to " + std::to_string(max));
+    throw refused("\"" + std::string(key) + "\" must be a whole number from " + std::to_string(min) + " to " +
+                  std::to_string(max));
 }
 
 int optional_number(const call &each, const char *key, int fallback, int min, int max)
 {
-    return json_object_get(each.request, key) == nullptr ? fallback : number_argument(each, key, min, max);
+    return is_given(each, key) ? number_argument(each, key, min, max) : fallback;
 }
 
 bool flag_argument(const call &each, const char *key)
@@ -183,11 +189,12 @@ json_t *do_set_port(const call &each)
 {
     const std::string name = text_argument(each, "port");
     const auto port = parse_port_name(name);
-    if (!port || port->kind == port_kind::relay || !each.unit.ports.exists(*port)) throw refused("there is no port \"" + name + "\"");
+    const bool exists = port && port->kind != port_kind::relay && each.unit.ports.exists(*port);
+    if (!exists) throw refused("there is no port \"" + name + "\"");
     port_change change;
     change.type = static_cast<port_type>(word_argument(each, "type", {"disabled", "input", "output"}));
-    if (json_object_get(each.request, "mode") != nullptr) change.input_mode = word_argument(each, "mode", {"latching", "momentary"});
-    if (json_object_get(each.request, "source") != nullptr) change.source = text_argument(each, "source");
+    if (is_given(each, "mode")) change.input_mode = word_argument(each, "mode", {"latching", "momentary"});
+    if (is_given(each, "source")) change.source = text_argument(each, "source");
     return outcome_answer(each.unit.wiring.set_port(*port, change));
 }
 
@@ -242,7 +249,8 @@ json_t *run(const call &each)
     for (const report_row &row : reports) {
         if (row.name == name) return json_pack("{s:o}", name.c_str(), row.report(each.unit));
     }
-    throw refused(name.empty() ? "a request is a JSON object with the member \"request\"" : "there is no request \"" + name + "\"");
+    if (name.empty()) throw refused("a request is a JSON object with the member \"request\"");
+    throw refused("there is no request \"" + name + "\"");
 }
 
 std::string failure(const char *text)

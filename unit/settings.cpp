@@ -119,6 +119,12 @@ constexpr bool every_row_has_a_parent_above_it()
 static_assert(every_row_has_a_parent_above_it());
 static_assert(std::ranges::all_of(table, [](const setting &row) { return row.min <= row.max && !row.meaning.empty(); }));
 
+std::string shown_default(const setting &row)
+{
+    if (row.required) return "required";
+    return row.fallback.empty() ? "" : "`" + std::string(row.fallback) + "`";
+}
+
 std::string joined_choices(std::string_view choices)
 {
     std::string text;
@@ -172,8 +178,7 @@ std::string settings_as_markdown()
     std::string text = "| setting | value | default | meaning |\n|---|---|---|---|\n";
     for (const setting &row : table) {
         if (row.pattern.empty()) continue;
-        const std::string fallback = row.required ? "required" : row.fallback.empty() ? "" : "`" + std::string(row.fallback) + "`";
-        text += "| `" + std::string(row.pattern) + "` | " + accepted_values(row) + " | " + fallback + " | " +
+        text += "| `" + std::string(row.pattern) + "` | " + accepted_values(row) + " | " + shown_default(row) + " | " +
                 std::string(row.meaning) + " |\n";
     }
     return text;

@@ -41,7 +41,9 @@ private:
         for (size_t i = 0; i < settings_.pins.size(); ++i) {
             const pin_settings &pin = settings_.pins[i];
             if (cough_seen && !pin.cough) wrong(entry_place("pins", i), "a GPI port must stand before all cough ports");
-            if (!pin.cough && pin.out_pin < 0) wrong(entry_place("pins", i), "\"out_pin\" is missing (only a cough port needs none)");
+            if (!pin.cough && pin.out_pin < 0) {
+                wrong(entry_place("pins", i), "\"out_pin\" is missing (only a cough port needs none)");
+            }
             cough_seen |= pin.cough;
         }
     }
@@ -144,8 +146,9 @@ private:
                                   std::to_string(handler_slots - leds) + " handlers, not " +
                                   std::to_string(settings_.handlers.size()));
         }
-        const size_t ports = built_in_triggers.size() + settings_.pins.size() + static_cast<size_t>(settings_.virtual_count) + leds;
-        const size_t room = ports < trigger_slots ? trigger_slots - ports : 0;
+        const size_t ports = settings_.pins.size() + static_cast<size_t>(settings_.virtual_count) + leds;
+        const size_t taken = built_in_triggers.size() + ports;
+        const size_t room = taken < trigger_slots ? trigger_slots - taken : 0;
         if (settings_.triggers.size() > room) {
             wrong("triggers", "beside the ports' own triggers there is room for " + std::to_string(room) + ", not " +
                                   std::to_string(settings_.triggers.size()));
@@ -155,7 +158,8 @@ private:
     void servers()
     {
         const endpoint_settings &ember = settings_.ember, &web = settings_.web;
-        if (ember.port == web.port && ember.address == web.address) wrong("servers.web", "has the address and port of servers.ember");
+        const bool same = ember.port == web.port && ember.address == web.address;
+        if (same) wrong("servers.web", "has the address and port of servers.ember");
     }
 
     const unit_settings &settings_;

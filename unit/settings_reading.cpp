@@ -117,8 +117,8 @@ bool is_accepted(const setting &row, const json_t *value)
 std::string refusal(const setting &row, const json_t *value)
 {
     const std::string wanted = "must be " + accepted_values(row);
-    if (json_is_array(value) && row.kind == setting_kind::array) return wanted + ", not " + std::to_string(json_array_size(value));
-    return wanted + ", not " + shown(value);
+    const bool wrong_size = json_is_array(value) && row.kind == setting_kind::array;
+    return wanted + ", not " + (wrong_size ? std::to_string(json_array_size(value)) : shown(value));
 }
 
 class reader {

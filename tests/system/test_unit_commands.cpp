@@ -23,8 +23,9 @@ protected:
         ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
         // Open for writing too, so that the stream does not end between two runs.
         told = line_reader(unique_fd(open(pipe.c_str(), O_RDWR | O_CLOEXEC)));
-        root.write_settings(R"(, "virtual_count": 1, "pins": [{"in_pin": 1, "out_pin": 101}], "handlers": [{"name": "Mic Live", "command": [")" +
-                            program + "\", \"" + pipe + R"(", "two words", "$HOME"]}])");
+        root.write_settings(R"(, "virtual_count": 1, "pins": [{"in_pin": 1, "out_pin": 101}],
+                            "handlers": [{"name": "Mic Live", "command": [")" + program + "\", \"" + pipe +
+                            R"(", "two words", "$HOME"]}])");
         unit.emplace(root, environment{{"ZEL_STATE", "from outside"}});
         ASSERT_TRUE(unit->ready()) << unit->process().err.rest();
         link.emplace(root);
@@ -54,7 +55,8 @@ TEST_F(commanded, the_program_gets_its_arguments_and_what_happened)
 
 TEST_F(commanded, the_program_has_none_of_the_unit_s_descriptors_signals_or_input)
 {
-    start("{ ls /proc/self/fd | wc -l; sed -n 's/^Sig\\(Blk\\|Ign\\):\\t//p' /proc/self/status; readlink /proc/self/fd/0; } > \"$1\"\n");
+    start("{ ls /proc/self/fd | wc -l; sed -n 's/^Sig\\(Blk\\|Ign\\):\\t//p' /proc/self/status; readlink /proc/self/fd/0; } "
+          "> \"$1\"\n");
     toggle();
     EXPECT_EQ(told.next(), "4");  // of ls itself: its three and the folder that it reads
     constexpr unsigned long ordinary = 0x7fffffff;  // the C library keeps two signals above for itself

@@ -91,7 +91,8 @@ TEST(unit_life, two_units_run_side_by_side)
 {
     const unit_root left(two_ports), right;
     write_file(right.settings(), std::string(R"({"servers": {"ember": {"address": ")") + own_address() +
-                                     R"(", "port": 9001}, "web": {"address": ")" + own_address() + R"(", "port": 8081}})" + two_ports + "}");
+                                     R"(", "port": 9001}, "web": {"address": ")" + own_address() +
+                                     R"(", "port": 8081}})" + two_ports + "}");
     unit_process first(left), second(right);
     ASSERT_TRUE(first.ready() && second.ready());
     control_link to_first(left), to_second(right);

@@ -45,7 +45,8 @@ const wrong_row wrong_rows[] = {
     {"boolean_as_number", "{\"pins\": [{\"in_pin\": 1, \"out_pin\": 2, \"in_active_low\": 1}]}",
      {"1: pins[0].in_active_low: must be true or false, not 1"}},
     {"unknown_word", "{\"pin_backend\": \"real\"}", {"1: pin_backend: must be one of \"sim\", \"kernel\", not \"real\""}},
-    {"unknown_setting", "{\n\n \"frendly_name\": \"x\"}", {"3: frendly_name: there is no such setting (did you mean \"friendly_name\"?)"}},
+    {"unknown_setting", "{\n\n \"frendly_name\": \"x\"}",
+     {"3: frendly_name: there is no such setting (did you mean \"friendly_name\"?)"}},
     {"unknown_setting_far_from_all", "{\"colour_of_the_lamp\": 1}", {"1: colour_of_the_lamp: there is no such setting"}},
     {"unknown_setting_inside", "{\"relays\": {\"base_pn\": 3}}",
      {"1: relays.base_pn: there is no such setting (did you mean \"base_pin\"?)", "1: relays: \"base_pin\" is missing"}},
@@ -53,10 +54,12 @@ const wrong_row wrong_rows[] = {
     {"name_like_a_pattern", "{\"pins[]\": {}}", {"1: pins[]: there is no such setting (did you mean \"pins\"?)"}},
     {"address_by_name", "{\"servers\": {\"ember\": {\"address\": \"localhost\"}}}",
      {"1: servers.ember.address: must be a numeric IPv4 or IPv6 address, not \"localhost\""}},
-    {"port_zero", "{\"servers\": {\"web\": {\"port\": 0}}}", {"1: servers.web.port: must be a whole number from 1 to 65535, not 0"}},
+    {"port_zero", "{\"servers\": {\"web\": {\"port\": 0}}}",
+     {"1: servers.web.port: must be a whole number from 1 to 65535, not 0"}},
     {"servers_on_one_port", "{\"servers\": {\n\"ember\": {\"port\": 9},\n\"web\": {\"port\": 9}}}",
      {"3: servers.web: has the address and port of servers.ember"}},
-    {"pin_without_output", "{\"pins\": [{\"in_pin\": 1}]}", {"1: pins[0]: \"out_pin\" is missing (only a cough port needs none)"}},
+    {"pin_without_output", "{\"pins\": [{\"in_pin\": 1}]}",
+     {"1: pins[0]: \"out_pin\" is missing (only a cough port needs none)"}},
     {"pin_without_input", "{\"pins\": [{\"out_pin\": 1}]}", {"1: pins[0]: \"in_pin\" is missing"}},
     {"cough_port_in_front", "{\"pins\": [\n{\"in_pin\": 1, \"cough\": true},\n{\"in_pin\": 2, \"out_pin\": 3}]}",
      {"3: pins[1]: a GPI port must stand before all cough ports"}},
@@ -69,7 +72,8 @@ const wrong_row wrong_rows[] = {
     {"too_many_pins",
      "{\"pins\": [{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{}]}",
      {"1: pins: must be an array of at most 20 entries, not 21"}},
-    {"empty_handler_name", "{\"handlers\": [{\"name\": \"\"}]}", {"1: handlers[0].name: must be a text of 1 to 63 bytes, not \"\""}},
+    {"empty_handler_name", "{\"handlers\": [{\"name\": \"\"}]}",
+     {"1: handlers[0].name: must be a text of 1 to 63 bytes, not \"\""}},
     {"long_trigger_name", "{\"triggers\": [\"0123456789012345678901234567890123456789012345678901234567890123\"]}",
      {"1: triggers[0]: must be a text of 1 to 63 bytes, not \"01234567890123456789012345678901234567890123456789012345678..."}},
     {"comma_in_a_name", "{\"handlers\": [{\"name\": \"A, B\"}]}", {"1: handlers[0].name: must hold no comma"}},
@@ -83,7 +87,8 @@ const wrong_row wrong_rows[] = {
     {"two_triggers_of_one_name", "{\"triggers\": [\"A\",\n\"A\"]}", {"2: triggers[1]: \"A\" is triggers[0] already"}},
     {"built_in_trigger", "{\"triggers\": [\"AC Power Off\"]}", {"1: triggers[0]: \"AC Power Off\" is a built-in trigger"}},
     {"port_s_own_trigger", "{\"triggers\": [\"vGPI 12\"]}", {"1: triggers[0]: \"vGPI 12\" is the name of a port's own trigger"}},
-    {"user_led_s_handler", "{\"handlers\": [{\"name\": \"User LED 1\"}]}", {"1: handlers[0].name: is the name of a user LED's own handler"}},
+    {"user_led_s_handler", "{\"handlers\": [{\"name\": \"User LED 1\"}]}",
+     {"1: handlers[0].name: is the name of a user LED's own handler"}},
     {"too_many_triggers_beside_the_ports'", "{\"virtual_count\": 194, \"triggers\": [\"A\", \"B\"]}",
      {"1: triggers: beside the ports' own triggers there is room for 1, not 2"}},
     {"command_that_is_no_path", "{\"handlers\": [{\"name\": \"A\", \"command\": [\"ls\"]}]}",
@@ -94,15 +99,18 @@ const wrong_row wrong_rows[] = {
      {"1: kernel_lines.x: the name must be a pin's number from 0 to 65535"}},
     {"kernel_line_with_a_leading_zero", "{\"kernel_lines\": {\"07\": {\"chip\": \"c\", \"offset\": 1}}}",
      {"1: kernel_lines.07: the name must be a pin's number from 0 to 65535"}},
-    {"one_kernel_line_twice", "{\"kernel_lines\": {\"1\": {\"chip\": \"c\", \"offset\": 1},\n\"2\": {\"chip\": \"c\", \"offset\": 1}}}",
+    {"one_kernel_line_twice",
+     "{\"kernel_lines\": {\"1\": {\"chip\": \"c\", \"offset\": 1},\n\"2\": {\"chip\": \"c\", \"offset\": 1}}}",
      {"2: kernel_lines.2: is the same line as kernel_lines.1"}},
     {"kernel_line_without_chip", "{\"kernel_lines\": {\"1\": {\"offset\": 1}}}", {"1: kernel_lines.1: \"chip\" is missing"}},
     {"setting_given_twice", "{\"virtual_count\": 1,\n\"virtual_count\": 2}", {"2: virtual_count: is given twice"}},
     {"not_json", "{\n\"virtual_count\": }", {" line 2 column 18: unexpected token near '}'"}},
     {"not_an_object", "[]", {" the outermost value is not an object"}},
-    {"several_mistakes_in_the_file_s_order", "{\n\"user_buttons\": 65,\n\"colour\": 1,\n\"pins\": [{\"in_pin\": 1}],\n\"interface\": \"\"\n}",
+    {"several_mistakes_in_the_file_s_order",
+     "{\n\"user_buttons\": 65,\n\"colour\": 1,\n\"pins\": [{\"in_pin\": 1}],\n\"interface\": \"\"\n}",
      {"2: user_buttons: must be a whole number from 0 to 64, not 65", "3: colour: there is no such setting",
-      "4: pins[0]: \"out_pin\" is missing (only a cough port needs none)", "5: interface: must be a text of 1 to 15 bytes, not \"\""}},
+      "4: pins[0]: \"out_pin\" is missing (only a cough port needs none)",
+      "5: interface: must be a text of 1 to 15 bytes, not \"\""}},
 };
 
 }  // namespace
@@ -176,7 +184,8 @@ TEST(unit_settings, values_arrive_where_they_belong)
     const std::string path = folder.path() + "/unit.json";
     write_file(path, R"({"#": [1], "pins": [{"in_pin": 4, "in_active_low": true, "out_pin": 5, "#x": {"a": 1, "a": 2}},
         {"in_pin": 6, "cough": true}], "relays": {"base_pin": 9, "count": 3}, "handlers": [{"name": "A"},
-        {"name": "B", "command": ["/bin/x", "y z", ""]}], "triggers": ["T"], "kernel_lines": {"4": {"chip": "c", "offset": 7}}})");
+        {"name": "B", "command": ["/bin/x", "y z", ""]}], "triggers": ["T"],
+        "kernel_lines": {"4": {"chip": "c", "offset": 7}}})");
     const settings_reading reading = read_settings(path);
     for (const mistake &wrong : reading.mistakes) ADD_FAILURE() << describe(path, wrong);
     const unit_settings &got = reading.settings;
@@ -216,7 +225,8 @@ TEST(unit_settings, mistakes_keep_the_unit_from_starting)
     write_file(root.settings(), "{\"virtual_count\": \"many\"}");
     const run_result result = run({ZEL_UNIT, "--root", root.path()});
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(result.err, "zel_unit: " + root.settings() + ":1: virtual_count: must be a whole number from 0 to 1000, not \"many\"\n");
+    EXPECT_EQ(result.err, "zel_unit: " + root.settings() +
+                              ":1: virtual_count: must be a whole number from 0 to 1000, not \"many\"\n");
 }
 
 TEST(unit_command_line, what_cannot_be_understood_is_told)

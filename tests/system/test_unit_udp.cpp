@@ -108,7 +108,8 @@ TEST_F(udp_unit, a_level_drives_the_handler_and_every_edge_counts)
     std::vector<std::string> kinds;
     for (int i = 0; i < 6; ++i) {
         const json_handle line = watcher.next();
-        kinds.push_back(text_of(line, "change") + " " + std::to_string(number_of(line, text_of(line, "change") == "udp" ? "level" : "state")));
+        const std::string kind = text_of(line, "change");
+        kinds.push_back(kind + " " + std::to_string(number_of(line, kind == "udp" ? "level" : "state")));
     }
     EXPECT_EQ(kinds, (std::vector<std::string>{"udp 1", "handler 1", "event 1", "udp 0", "handler 0", "event 0"}));
 }

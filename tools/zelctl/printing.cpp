@@ -105,7 +105,8 @@ std::string print_unit(const json_t *answer)
     table.add({"process", text_in(unit, "pid") + ", up for " + text_in(unit, "uptime_s") + " s"});
     table.add({"root", text_in(unit, "root")});
     table.add({"interface", text_in(unit, "interface") + (flag_in(unit, "link_up") ? " (up)" : " (down)")});
-    table.add({"pins", text_in(unit, "pin_backend") + (flag_in(unit, "udp_commands") ? ", GPI ports driven by UDP commands" : "")});
+    const char *const by_udp = flag_in(unit, "udp_commands") ? ", GPI ports driven by UDP commands" : "";
+    table.add({"pins", text_in(unit, "pin_backend") + by_udp});
     table.add({"ember+", flag_in(ember, "open") ? text_in(ember, "address") + " port " + text_in(ember, "port") : "not open"});
     return table.text();
 }
