@@ -42,8 +42,8 @@ class peer_table {
 public:
     static constexpr uint32_t most_places = 1024;
 
-    // At most `most_places`. May throw std::bad_alloc.
-    explicit peer_table(uint32_t places) : places_(places) {}
+    // At most `most_places`; ids go on from a running number. May throw std::bad_alloc.
+    explicit peer_table(uint32_t places, uint32_t running_number = 0) : places_(places), running_number_(running_number) {}
 
     // Takes the peer and gives it an id. Null if there is no room (the peer is gone then).
     peer *add(std::unique_ptr<peer> added);
@@ -60,7 +60,7 @@ private:
     static_assert(most_places == 1u << place_bits);
 
     std::vector<std::unique_ptr<peer>> places_;
-    uint32_t running_number_ = 0;
+    uint32_t running_number_;
 };
 
 }  // namespace zel::ipc

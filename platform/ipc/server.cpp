@@ -38,7 +38,6 @@ bool zel_ipc_server::process()
     epoll_event room[64];
     for (const epoll_event &event : sources_.due(room)) {
         serve(event);
-        if (ended_) break;
         dismiss_leaving();
         if (ended_) break;
     }
@@ -71,7 +70,6 @@ void zel_ipc_server::serve(const epoll_event &event)
 
 void zel_ipc_server::serve_peer(peer &from, uint32_t events)
 {
-    if (from.at == peer::stage::leaving) return;
     if ((events & EPOLLOUT) != 0 && !from.deaf) write_what_waits(from);
     if ((events & (EPOLLHUP | EPOLLERR)) != 0) give_up_writing(from);
     read_messages(from, messages_per_turn);

@@ -1,6 +1,7 @@
 // What callbacks may do, and ends that do not read.
 #include "ipc_ends.h"
 
+#include <algorithm>
 #include <map>
 
 TEST(ipc, a_callback_may_send_and_send_again)
@@ -58,6 +59,30 @@ TEST(ipc, a_callback_may_end_its_own_client)
     }
     EXPECT_EQ(open_descriptors(), descriptors);
     EXPECT_EQ(server.messages(), (std::vector<event>{{2, "last words"}, {2, "last words"}}));
+}
+
+TEST(ipc, process_fds_from_inside_a_callback_does_nothing)
+{
+    const unit_folder unit;
+    test_server server;
+    test_client client;
+    int depth = 0, deepest = 0;
+    const auto call_back_in = [&](auto process, auto handle) {
+        deepest = std::max(deepest, ++depth);
+        process(handle, nullptr);
+        --depth;
+    };
+    client.on_event = [&](const event &) { call_back_in(zel_ipc_client_process_fds, client.handle); };
+    server.on_entry = [&](const test_server::entry &one) {
+        call_back_in(zel_ipc_server_process_fds, server.handle);
+        if (one.what == "connected") {
+            for (int i = 0; i < 20; ++i) EXPECT_EQ(server.send(one.id, 2, "burst"), 0);
+        }
+    };
+    ASSERT_EQ(send_numbered(client, 0, 20), 20);
+    test_loop loop(client, server);
+    ASSERT_TRUE(loop.until([&] { return client.count(2) == 20 && server.messages().size() == 20; }));
+    EXPECT_EQ(deepest, 1);
 }
 
 TEST(ipc, a_callback_of_the_server_may_end_the_server)
@@ -206,4 +231,22 @@ TEST(ipc, nothing_is_read_from_a_client_that_does_not_take_its_answers_where_the
     EXPECT_EQ(server.count("disconnected"), 0u);
     ASSERT_TRUE(loop.until([&] { return client.count(3) == static_cast<size_t>(asked); })) << "when it reads, it goes on";
     EXPECT_EQ(server.count("disconnected"), 0u);
+}
+
+TEST(ipc, a_client_that_asks_and_does_not_take_its_answers_is_dropped_where_the_server_does_not_pause_it)
+{
+    const unit_folder unit;
+    zel_ipc_server_config_t config{};
+    config.max_queue_messages = 100;
+    test_server server(config);
+    server.on_entry = [&](const test_server::entry &one) {
+        if (one.what == "message") (void)server.send(one.id, 3, std::string(4000, 'x'));
+    };
+    test_client client;
+    test_loop loop(server, client), server_alone(server);
+    ASSERT_TRUE(loop.until([&] { return client.up(); }));
+    ASSERT_TRUE(server_alone.until([&] {
+        (void)client.send(2, "ask");
+        return server.count("disconnected") == 1;
+    }));
 }

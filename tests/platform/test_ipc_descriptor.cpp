@@ -64,6 +64,21 @@ TEST(ipc, the_appearance_of_its_server_wakes_a_waiting_client_and_nothing_else_d
     }
 }
 
+TEST(ipc, a_client_with_growing_delays_is_woken_by_each_appearance_of_its_server)
+{
+    const unit_folder unit;
+    test_client client;
+    test_loop loop(client);
+    for (int round = 0; round < 7; ++round) {
+        test_server server;
+        EXPECT_TRUE(is_readable(zel_ipc_client_fd(client.handle))) << "its next attempt may be most of a second away";
+        test_loop both(client, server);
+        ASSERT_TRUE(both.until([&] { return client.up(); }));
+        server.end();
+        while (client.up()) zel_ipc_client_process_fds(client.handle, nullptr);
+    }
+}
+
 TEST(ipc, a_socket_that_comes_and_goes_does_not_keep_a_client_busy)
 {
     const unit_folder unit;

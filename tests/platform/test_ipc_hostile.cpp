@@ -185,6 +185,16 @@ TEST(ipc_hostile, a_connection_that_does_not_greet_is_closed_in_time)
     EXPECT_FALSE(is_closed(polite));
 }
 
+TEST(ipc_hostile, a_greeting_that_came_is_not_waited_for_any_more)
+{
+    zel_ipc_server_config_t config{};
+    config.greeting_timeout_ms = 100;
+    watched_server one(config);
+    const unique_fd peer = one.greeted("peer");
+    EXPECT_EQ(one.loop.wakeups_in(200), 0);
+    EXPECT_FALSE(is_closed(peer));
+}
+
 TEST(ipc_hostile, silent_connections_cannot_keep_all_places_for_long)
 {
     zel_ipc_server_config_t config{};
@@ -252,6 +262,25 @@ TEST(ipc_hostile, a_flood_of_one_client_leaves_the_others_their_turn)
     EXPECT_LE(flood, 64u);
     while (one.loop.turn(0)) {
     }
+}
+
+TEST(ipc_hostile, the_last_messages_of_a_client_that_is_replaced_are_heard_before_it_goes)
+{
+    zel_ipc_server_config_t config{};
+    config.unique_names = 1;
+    watched_server one(config);
+    const unique_fd older = one.greeted("twin"), newer = connect_raw(one.unit.run("server"));
+    while (one.loop.turn(0)) {
+    }
+    one.server.entries.clear();
+    ASSERT_TRUE(send_raw(newer, greeting("twin")));   // due before the other's messages
+    for (int i = 0; i < 100; ++i) ASSERT_TRUE(send_raw(older, "\2" + std::to_string(i)));
+    ASSERT_TRUE(one.loop.until([&] { return greets_back(newer); }));
+    ASSERT_EQ(one.server.entries.size(), 102u);
+    for (size_t i = 0; i < 100; ++i) EXPECT_EQ(one.server.entries[i].message, (event{2, std::to_string(i)}));
+    EXPECT_EQ(one.server.entries[100].what, "disconnected");
+    EXPECT_EQ(one.server.entries[101].what, "connected");
+    EXPECT_TRUE(is_closed(older));
 }
 
 TEST(ipc_hostile, another_kind_of_socket_cannot_connect)
@@ -368,6 +397,26 @@ TEST(ipc_hostile, a_client_greets_as_described_and_sends_nothing_before_it_is_gr
     ASSERT_TRUE(one.loop.until([&] { return one.client.up(); }));
     ASSERT_EQ(recv(peer.get(), bytes, sizeof bytes, 0), 6);
     EXPECT_EQ(std::string(bytes, 6), "\2early");
+}
+
+TEST(ipc_hostile, a_socket_that_comes_and_goes_all_the_time_does_not_put_off_the_attempt)
+{
+    raw_server one;
+    const std::string place = one.unit.run("server"), aside = one.unit.run("aside");
+    std::filesystem::rename(place, aside);
+    one.loop.turn(1000);
+    const unique_fd peer = [&] {
+        unique_fd accepted;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (!accepted && std::chrono::steady_clock::now() < end) {
+            std::filesystem::rename(aside, place);
+            one.loop.turn(0);
+            accepted.reset(accept4(one.listening.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+            std::filesystem::rename(place, aside);
+        }
+        return accepted;
+    }();
+    EXPECT_TRUE(peer);
 }
 
 TEST(ipc_hostile, a_server_that_does_not_greet_properly_is_left_and_tried_again)

@@ -41,6 +41,40 @@ TEST(ipc, a_dump_of_hundreds_of_messages_arrives_in_order_and_unmixed)
     EXPECT_EQ(server.messages(), dump);
 }
 
+TEST(ipc, what_is_sent_while_older_messages_wait_does_not_overtake_them)
+{
+    const unit_folder unit;
+    test_server server;
+    test_client client;
+    ASSERT_EQ(send_numbered(client, 0, 1000), 1000);   // more than the socket takes when the link comes up
+    test_loop both(client, server), server_alone(server);
+    ASSERT_TRUE(both.until([&] { return client.up(); }));
+    const auto let_the_server_read = [&] {
+        while (server_alone.turn(0)) {
+        }
+    };
+    let_the_server_read();
+    ASSERT_LT(server.messages().size(), 1000u);
+    ASSERT_EQ(send_numbered(client, 1000, 1000), 1000);   // there is room in the socket, but others wait
+    ASSERT_TRUE(both.until([&] { return server.messages().size() == 2000; }));
+    ASSERT_EQ(send_numbered(client, 2000, 1000), 1000);   // the same with a link that is up
+    let_the_server_read();
+    ASSERT_LT(server.messages().size(), 3000u);
+    ASSERT_EQ(send_numbered(client, 3000, 10), 10);
+    ASSERT_TRUE(both.until([&] { return server.messages().size() == 3010; }));
+    EXPECT_EQ(server.messages(), numbered_events(0, 3010));
+
+    const uint32_t id = server.id_of("client");
+    for (int i = 0; i < 1000; ++i) ASSERT_EQ(server.send(id, 2, std::to_string(i)), 0);
+    test_loop client_alone(client);
+    while (client_alone.turn(0)) {
+    }
+    ASSERT_LT(client.count(2), 1000u);
+    ASSERT_EQ(server.send(id, 2, "1000"), 0);
+    ASSERT_TRUE(both.until([&] { return client.count(2) == 1001; }));
+    for (int i = 0; i <= 1000; ++i) ASSERT_EQ(client.messages()[static_cast<size_t>(i)].payload, std::to_string(i));
+}
+
 TEST(ipc, messages_that_cannot_be_sent_are_refused_on_both_sides)
 {
     const unit_folder unit;
@@ -247,6 +281,40 @@ TEST(ipc, what_a_client_sent_before_it_ended_is_delivered_before_its_disconnecti
     ASSERT_TRUE(loop.until([&] { return server.count("disconnected") == 1; }));
     EXPECT_EQ(server.messages(), numbered_events(0, 150));
     EXPECT_EQ(server.entries.back().what, "disconnected");
+}
+
+TEST(ipc, what_a_client_still_keeps_when_it_ends_is_sent_as_far_as_the_socket_takes_it)
+{
+    const unit_folder unit;
+    test_server server;
+    test_client client;
+    test_loop both(client, server), server_alone(server);
+    ASSERT_TRUE(both.until([&] { return client.up(); }));
+    ASSERT_EQ(send_numbered(client, 0, 400), 400);
+    while (server_alone.turn(0)) {
+    }
+    ASSERT_LT(server.messages().size(), 400u);
+    client.end();
+    ASSERT_TRUE(both.until([&] { return server.count("disconnected") == 1; }));
+    EXPECT_EQ(server.messages(), numbered_events(0, 400));
+}
+
+TEST(ipc, what_a_lost_link_did_not_take_is_not_sent_over_the_next_one)
+{
+    const unit_folder unit;
+    test_server first;
+    test_client client;
+    test_loop loop(client, first);
+    ASSERT_TRUE(loop.until([&] { return client.up(); }));
+    ASSERT_EQ(send_numbered(client, 0, 2000), 2000);
+    first.end();
+    client.on_event = [&](const event &one) {
+        if (one.type == ZEL_IPC_LINK_MADE) (void)client.send(2, "fresh");
+    };
+    test_server second;
+    loop.add(second);
+    ASSERT_TRUE(loop.until([&] { return !second.messages().empty(); }));
+    EXPECT_EQ(second.messages()[0], (event{2, "fresh"}));
 }
 
 TEST(ipc, answers_to_a_client_that_has_gone_are_refused_and_its_remaining_requests_heard)

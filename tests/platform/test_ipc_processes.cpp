@@ -161,13 +161,34 @@ TEST(ipc_processes, a_link_ends_although_a_child_process_still_holds_its_socket)
     test_client client;
     test_loop loop(client, server);
     ASSERT_TRUE(loop.until([&] { return client.up(); }));
-    const child_process holder([] { return pause(); });   // forked with copies of every descriptor
+    const child_process first_holder([] { return pause(); });   // forked with copies of every descriptor
     client.end();
     ASSERT_TRUE(loop.until([&] { return server.count("disconnected") == 1; }));
     test_client again;
     loop.add(again);
     ASSERT_TRUE(loop.until([&] { return again.up(); }));
+    const child_process second_holder([] { return pause(); });
     ASSERT_EQ(zel_ipc_server_disconnect(server.handle, server.id_of("client")), 0);
     ASSERT_TRUE(loop.until([&] { return again.count(ZEL_IPC_LINK_MADE) == 2; }));
+    const child_process third_holder([] { return pause(); });
     EXPECT_EQ(loop.wakeups_in(50), 0) << "the copies do not keep the loop awake";
+    server.end();
+    ASSERT_TRUE(loop.until([&] { return again.count(ZEL_IPC_LINK_LOST) == 2; }));
+}
+
+TEST(ipc_processes, a_client_that_is_not_read_from_may_leave_although_a_child_process_still_holds_its_socket)
+{
+    const unit_folder unit;
+    zel_ipc_server_config_t config{};
+    config.pause_slow_clients = 1;
+    test_server server(config);
+    test_client client;
+    test_loop loop(client, server);
+    ASSERT_TRUE(loop.until([&] { return client.up(); }));
+    const child_process holder([] { return pause(); });
+    for (int i = 0; i < 12; ++i) ASSERT_EQ(server.send(server.id_of("client"), 2, std::string(60000, 'x')), 0);
+    ASSERT_EQ(send_numbered(client, 0, 10), 10);
+    client.end();   // what the server sent stays unread in the socket that the child holds
+    ASSERT_TRUE(loop.until([&] { return server.count("disconnected") == 1; }));
+    EXPECT_EQ(server.messages(), numbered_events(0, 10));
 }

@@ -248,6 +248,23 @@ TEST(ipc, a_disconnected_client_gets_what_was_sent_to_it_before)
     EXPECT_EQ(client.events[1], (event{4, "goodbye"}));
 }
 
+TEST(ipc, a_disconnected_client_gets_what_waited_for_it_as_far_as_the_socket_takes_it)
+{
+    const unit_folder unit;
+    test_server server;
+    test_client client;
+    test_loop loop(client, server), client_alone(client);
+    ASSERT_TRUE(loop.until([&] { return client.up(); }));
+    const uint32_t id = server.id_of("client");
+    for (int i = 0; i < 400; ++i) ASSERT_EQ(server.send(id, 4, "news"), 0);
+    while (client_alone.turn(0)) {
+    }
+    ASSERT_LT(client.count(4), 400u);
+    ASSERT_EQ(zel_ipc_server_disconnect(server.handle, id), 0);
+    ASSERT_TRUE(loop.until([&] { return client.count(ZEL_IPC_LINK_LOST) == 1; }));
+    EXPECT_EQ(client.count(4), 400u);
+}
+
 TEST(ipc, several_clients_may_have_one_name)
 {
     const unit_folder unit;
