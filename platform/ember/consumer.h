@@ -32,6 +32,8 @@ private:
         void *user_data = nullptr;
         zel_ember_value_cb_t callback = nullptr;
         bool active = true;                  // false: replaced or cleared
+        remote_element *found = nullptr;     // the parameter, as long as the tree is of this generation
+        uint64_t found_in = 0;
         enum class told : uint8_t { nothing, no_value, value } last = told::nothing;
         // Last told. An application that takes a text for a number or the reverse, because a foreign provider has another
         // type there than expected, reads zeros behind the value and nothing else.
@@ -70,7 +72,8 @@ private:
     void finish_request(asking outcome);
 
     // The application
-    standing stand(const follower &f);
+    standing stand(follower &f);
+    standing walk(follower &f);
     standing stand_at(remote_element &e);
     void settle();
     void settle_one(follower &f);

@@ -155,21 +155,35 @@ consumer::standing consumer::stand_at(remote_element &e)
 }
 
 // The node is asked even when an announcement has shown the child already, because only who asked is told of changes.
-consumer::standing consumer::stand(const follower &f)
+consumer::standing consumer::walk(follower &f)
 {
-    using is = standing::is;
     remote_element *e = &tree_.root();
     for (const auto &step : f.steps) {
         remote_element *child = remote_tree::child_named(*e, step);
         if (child == nullptr || e->directory == asking::not_asked)
             return stand_at(*e);
         if (!child->online || (child->is_parameter && &step != &f.steps.back()))
-            return {is::no_value, child};
+            return {standing::is::no_value, child};
         e = child;
     }
     if (!e->is_parameter)
-        return {is::no_value, e};
+        return {standing::is::no_value, e};
     e->followed = true;
+    f.found = e;
+    f.found_in = tree_.generation();
+    return {standing::is::under_way, e};
+}
+
+// Changes of a value are frequent, changes of the tree are not: the path is walked again only after the latter.
+consumer::standing consumer::stand(follower &f)
+{
+    using is = standing::is;
+    if (f.found_in != tree_.generation()) {
+        const standing so_far = walk(f);
+        if (f.found_in != tree_.generation())
+            return so_far;
+    }
+    remote_element *e = f.found;
     const bool has_value = e->has_value();
     if (e->directory == asking::not_asked || (e->directory == asking::unanswered && !has_value))
         return stand_at(*e);

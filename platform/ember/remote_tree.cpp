@@ -47,6 +47,7 @@ void remote_tree::clear()
 {
     root_ = {};
     count_ = 0;
+    ++generation_;
 }
 
 remote_element *remote_tree::find(const glow::path &where)
@@ -98,6 +99,7 @@ remote_element *remote_tree::known_or_new(const glow::element &said, bool &chang
     fresh->parent = parent;
     fresh->identifier = *name;
     changed = true;
+    ++generation_;
     if (is_known) {                 // against the rules, yet no reason to show one element's value as another's
         count_ -= count_below(**place);
         *place = std::move(fresh);
@@ -123,6 +125,7 @@ void remote_tree::set_online(remote_element &e, bool online)
     if (e.online == online)
         return;
     e.online = online;
+    ++generation_;
     e.directory = asking::not_asked;
     count_ -= count_below(e);
     e.children.clear();

@@ -42,6 +42,8 @@ public:
     static constexpr size_t max_text = 64 * 1024;
 
     remote_element &root() { return root_; }
+    // Grows whenever an element comes, goes, or changes its name or state: until then, what was found stays where it is.
+    uint64_t generation() const { return generation_; }
     void clear();
 
     remote_element *find(const glow::path &where);
@@ -61,6 +63,7 @@ private:
 
     remote_element root_;
     size_t count_ = 0;
+    uint64_t generation_ = 1;
 };
 
 }  // namespace zel::ember

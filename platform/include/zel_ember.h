@@ -19,10 +19,17 @@ extern "C" {
 typedef struct zel_ember_session zel_ember_session_t;
 typedef struct zel_ember_element zel_ember_element_t;   /* a node or a parameter of a provider's tree */
 
-/** A consumer set a parameter, which holds the value already. `value`: int64_t * (enumeration, boolean) or text. The result does not undo it. */
+/**
+ * A consumer set a parameter, which holds the value already. `value`, valid during the call: int64_t * (enumeration, boolean)
+ * or text. The result does not undo it. The callback may set parameters (this one too), add and remove elements (this one
+ * too), and end the session; whoever looks at the parameter is told afterwards of the value that stands then.
+ */
 typedef int (*zel_ember_set_cb_t)(void *user_data, const char *client_addr, uint16_t client_port, zel_ember_element_t *param,
                                   const void *value);
-/** A followed parameter's value. `value`: int64_t *, text, or null when there is none. */
+/**
+ * A followed parameter's value; `path` as it was asked for. `value`, valid during the call: text for `kind` 3 (string), int64_t *
+ * for 1 (integer), 4 (boolean, 0 or 1), 5 (trigger) and 6 (index of an enumeration); null, with `kind` 0, when there is none.
+ */
 typedef void (*zel_ember_value_cb_t)(void *user_data, const char *path, uint32_t kind, const void *value);
 typedef void (*zel_ember_connect_cb_t)(void *user_data, uint8_t connected, const char *address, uint16_t port);
 
