@@ -193,6 +193,18 @@ TEST_F(status, of_an_input_shows_the_present_name_of_a_renamed_handler)
     EXPECT_EQ(u.value_of("gpio/physical/gpio 1/input functions"), "Record, Replay, Stop");
 }
 
+TEST_F(status, of_an_entry_that_lost_its_name_shows_an_empty_one)
+{
+    char *const of_port = std::exchange(port(out)->trigger_names[1], nullptr);
+    char *const of_relay = std::exchange(relay()->trigger_names[1], nullptr);
+    EXPECT_EQ(set_gpio_ember_status(port(out), 0), 0);
+    EXPECT_EQ(set_relay_ember_status(relay(), 0), 0);
+    EXPECT_EQ(u.value_of("gpio/physical/gpio 2/output triggers"), "!Unknown, , !AoIP Link Down, !AC Power Off, DC Power Off");
+    EXPECT_EQ(u.value_of("gpio/physical/relay 1/output triggers"), "Unknown, , AoIP Link Down, AC Power Off, DC Power Off");
+    port(out)->trigger_names[1] = of_port;
+    relay()->trigger_names[1] = of_relay;
+}
+
 // ---- Relays
 
 TEST_F(status, of_a_relay_shows_names_without_marks_and_what_has_occurred)

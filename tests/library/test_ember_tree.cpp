@@ -514,6 +514,19 @@ INSTANTIATE_TEST_SUITE_P(parameters, missing_parameter,
                                          "physical/gpio 1/input mode", "physical/gpio 1/status", "virtual/vgpio 1/vgpio source",
                                          "user buttons/led 1/status"));
 
+TEST(a_leaf_of_a_source, that_cannot_be_added_is_not_removed_either)
+{
+    unit u;
+    u.virtuals(1).ember().fail("ember add gpio/vgpio sources/v-0");
+    ASSERT_EQ(u.start(), 0);
+    discover(u, "vGPO1@Studio 2", 2, "/a");
+    EXPECT_NE(find_vgpo_by_name(&zel::remote_vgpos, "vGPO1@Studio 2"), nullptr);
+    u.take();
+    withdraw(u, "vGPO1@Studio 2");
+    EXPECT_EQ(zel::remote_vgpos.count, 0u);
+    EXPECT_EQ(u.count_of("ember"), 0);
+}
+
 // ---- Programming errors
 
 TEST(a_tree_without_virtual_ports, stops_the_start_of_a_unit_with_ports)

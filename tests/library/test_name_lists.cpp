@@ -1,5 +1,6 @@
 // Lists of triggers and handlers given by name: how the texts are read, and what an accepted one changes.
 #include "child_process.h"
+#include "library_allocations.h"
 #include "port_steps.h"
 #include "zel_gpio/connection_lists.h"
 #include "zel_gpio/port_settings.h"
@@ -262,6 +263,26 @@ TEST_F(name_list, that_cannot_be_saved_is_reported_and_not_shown)
     EXPECT_EQ(u.count_of("ember set") + u.count_of("ipc") + u.count_of("pin"), 0);
 }
 
+TEST_F(name_list, that_cannot_be_read_for_want_of_memory_is_refused_whole)
+{
+    for (const int nth : {0, 1}) {
+        fake::fail_allocation(nth);
+        EXPECT_EQ(check_and_set_new_gpio_trig_list(port(out), "AC Power Off,Eth Link Down", write_back), -1);
+        EXPECT_TRUE(fake::allocation_failed());
+        fake::fail_allocation(nth);
+        EXPECT_EQ(check_and_set_new_relay_trig_list(relay(0), "AC Power Off,DC Power Off", write_back), -1);
+        EXPECT_TRUE(fake::allocation_failed());
+        fake::fail_allocation(nth);
+        EXPECT_EQ(check_and_set_new_gpio_handler_list(port(gpi), "Record,Play", write_back), -1);
+        EXPECT_TRUE(fake::allocation_failed());
+        fake::fail_allocation(-1);
+    }
+    EXPECT_EQ(port_list(out), "!DC Power Off#3");
+    EXPECT_EQ(relay_list(0), "!DC Power Off#3 Eth Link Down#0");
+    EXPECT_EQ(first_trigger(gpi), own_trigger("GPI 1"));
+    EXPECT_EQ(u.count_of("ember set") + u.count_of("json set"), 0);
+}
+
 // ---- Lists of handlers
 
 TEST_F(name_list, of_handlers_empties_the_list_of_triggers_and_leaves_the_handlers_as_they_were)
@@ -339,6 +360,13 @@ TEST_F(name_list, asks_no_owner_that_does_not_exist)
         EXPECT_EQ(get_gpio_handler_invert(index, 1), 0) << index;
         EXPECT_EQ(get_relay_trigger_invert(index, 3), 0) << index;
     }
+}
+
+TEST(an_invert, is_0_before_there_are_any_ports_and_relays)
+{
+    unit u;
+    EXPECT_EQ(get_gpio_handler_invert(0, 0), 0);
+    EXPECT_EQ(get_relay_trigger_invert(0, 0), 0);
 }
 
 TEST(a_list_by_name, of_no_owner_or_no_text_is_an_assertion)

@@ -1,5 +1,7 @@
 // What holds for changes of type of every kind of port: refusals, failures, connections given along, and the request through the
 // port's own parameter.
+#include <cstdlib>
+
 #include "child_process.h"
 #include "library_allocations.h"
 #include "port_steps.h"
@@ -387,6 +389,24 @@ TEST(a_list_longer_than_its_first_entry, is_freed_when_its_input_becomes_an_outp
     EXPECT_EQ(disable_gpio(cough), 0);
     for (int k = 0; k < 3; ++k)
         EXPECT_EQ(zel::gpios[cough].trigger_names[k], nullptr);
+}
+
+TEST(an_entry_without_a_name, is_passed_over_when_its_port_changes)
+{
+    unit u;
+    describe(u);
+    u.set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "Eth Link Down, AoIP Link Down");
+    u.set("physical/gpio_0/invert_trigger", "0, 0").set("physical/gpio_1/type", 1).set("physical/gpio_1/handler", "Record, Play");
+    ASSERT_EQ(u.start(), 0);
+    u.raise("Eth Link Down"), u.raise("AoIP Link Down");
+    const auto lose = [](char *&name) { std::free(std::exchange(name, nullptr)); };
+    lose(zel::gpios[gpi].trigger_names[0]);
+    lose(zel::gpios[cough].handler_names[0]);
+    EXPECT_EQ(set_gpio_to_input(gpi, latching, no_handler, nullptr, 0), 0);
+    EXPECT_EQ(trigger_list[eth].state, 1);
+    EXPECT_EQ(trigger_list[aoip].state, 0);
+    EXPECT_EQ(set_gpio_to_output(cough, no_trigger, 0), 0);
+    EXPECT_EQ(zel::gpios[cough].handler_names[1], nullptr);
 }
 
 // ---- Failures
