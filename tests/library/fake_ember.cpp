@@ -21,7 +21,10 @@ zel_ember_element *find_element(const state &s, const std::string &path)
     return element;
 }
 
-std::string value_text(const zel_ember_element *element) { return element->kind == "string" ? element->text : std::to_string(element->number); }
+std::string value_text(const zel_ember_element *element)
+{
+    return element->kind == "string" ? element->text : std::to_string(element->number);
+}
 
 std::string described(const zel_ember_element *element)
 {
@@ -108,11 +111,15 @@ zel_ember_session *consumer(const state &s, int number)
 }
 
 /// With or without the leading "/".
-bool same_path(const std::string &a, const std::string &b) { return a.substr(a.find_first_not_of('/')) == b.substr(b.find_first_not_of('/')); }
+bool same_path(const std::string &a, const std::string &b)
+{
+    return a.substr(a.find_first_not_of('/')) == b.substr(b.find_first_not_of('/'));
+}
 
 auto request_at(zel_ember_session *session, const std::string &path)
 {
-    return std::find_if(session->requests.begin(), session->requests.end(), [&](const auto &r) { return same_path(r.path, path); });
+    return std::find_if(session->requests.begin(), session->requests.end(),
+                        [&](const auto &r) { return same_path(r.path, path); });
 }
 
 void call_back(consumer_request request, const int64_t *value)
@@ -243,7 +250,10 @@ void unit::connected(int session, bool made, const char *address, uint16_t port)
 void unit::value(int session, const std::string &path, int64_t value) { deliver_value(consumer(*my, session), path, &value); }
 void unit::no_value(int session, const std::string &path) { deliver_value(consumer(*my, session), path, nullptr); }
 
-void unit::late_value(int session, size_t nth_request, const int64_t *value) { call_back(consumer(*my, session)->ever.at(nth_request), value); }
+void unit::late_value(int session, size_t nth_request, const int64_t *value)
+{
+    call_back(consumer(*my, session)->ever.at(nth_request), value);
+}
 
 }  // namespace fake
 
@@ -290,13 +300,15 @@ void zel_ember_process_fds(zel_ember_session_t *session, fd_set *)
         write_line(format("consumer %d process_fds", session->number));
 }
 
-zel_ember_element_t *zel_ember_add_node(zel_ember_session_t *provider, const char *name, const char *, int32_t, zel_ember_element_t *parent)
+zel_ember_element_t *zel_ember_add_node(zel_ember_session_t *provider, const char *name, const char *, int32_t,
+                                        zel_ember_element_t *parent)
 {
     return added(provider, parameter_element("node", name, 0, nullptr, nullptr, parent));
 }
 
-zel_ember_element_t *zel_ember_add_string_param(zel_ember_session_t *provider, const char *name, const char *, int32_t, int access,
-                                                const char *value, void *user_data, zel_ember_set_cb_t callback, zel_ember_element_t *parent)
+zel_ember_element_t *zel_ember_add_string_param(zel_ember_session_t *provider, const char *name, const char *, int32_t,
+                                                int access, const char *value, void *user_data, zel_ember_set_cb_t callback,
+                                                zel_ember_element_t *parent)
 {
     zel_ember_element *element = parameter_element("string", name, access, user_data, callback, parent);
     element->text = value == nullptr ? "" : value;
@@ -313,16 +325,17 @@ zel_ember_element_t *zel_ember_add_enum_param(zel_ember_session_t *provider, con
     return added(provider, element);
 }
 
-zel_ember_element_t *zel_ember_add_boolean_param(zel_ember_session_t *provider, const char *name, const char *, int32_t, int access, int value,
-                                                 void *user_data, zel_ember_set_cb_t callback, zel_ember_element_t *parent)
+zel_ember_element_t *zel_ember_add_boolean_param(zel_ember_session_t *provider, const char *name, const char *, int32_t,
+                                                 int access, int value, void *user_data, zel_ember_set_cb_t callback,
+                                                 zel_ember_element_t *parent)
 {
     zel_ember_element *element = parameter_element("boolean", name, access, user_data, callback, parent);
     element->number = value;
     return added(provider, element);
 }
 
-int zel_ember_set_param(zel_ember_session_t *session, const char *, uint32_t, uint32_t, zel_ember_element_t *param, const void *value,
-                        size_t length, void *, zel_ember_value_cb_t)
+int zel_ember_set_param(zel_ember_session_t *session, const char *, uint32_t, uint32_t, zel_ember_element_t *param,
+                        const void *value, size_t length, void *, zel_ember_value_cb_t)
 {
     if (session == nullptr || param == nullptr) {
         write_line("ember set null");

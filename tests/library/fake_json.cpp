@@ -86,7 +86,10 @@ public:
 private:
     const char *at, *begin;
 
-    [[noreturn]] void fail() { misuse("the test's configuration is no JSON at character %d: %.40s", static_cast<int>(at - begin), at); }
+    [[noreturn]] void fail()
+    {
+        misuse("the test's configuration is no JSON at character %d: %.40s", static_cast<int>(at - begin), at);
+    }
 
     void blank()
     {
@@ -380,7 +383,8 @@ int zel_json_file_load_boolean(zel_json_file_t *file, zel_json_obj_t *obj, const
     return value == nullptr ? default_value : value->number != 0;
 }
 
-int32_t zel_json_file_integer_validate(zel_json_file_t *file, zel_json_obj_t *obj, const char *key, int32_t default_value, int32_t min, int32_t max)
+int32_t zel_json_file_integer_validate(zel_json_file_t *file, zel_json_obj_t *obj, const char *key, int32_t default_value,
+                                       int32_t min, int32_t max)
 {
     const zel_json_obj *value = load(file, obj, key, zel_json_obj::integer);
     return value == nullptr || value->number < min || value->number > max ? default_value : static_cast<int32_t>(value->number);

@@ -56,8 +56,14 @@ extern "C" {
 
 int zel_json_writer_start(char *) { return 0; }
 
-int zel_json_writer_new_obj(char *buf, size_t size, int pos, const char *name) { return put(buf, size, begin(buf, size, pos, name), "{"); }
-int zel_json_writer_new_array(char *buf, size_t size, int pos, const char *name) { return put(buf, size, begin(buf, size, pos, name), "["); }
+int zel_json_writer_new_obj(char *buf, size_t size, int pos, const char *name)
+{
+    return put(buf, size, begin(buf, size, pos, name), "{");
+}
+int zel_json_writer_new_array(char *buf, size_t size, int pos, const char *name)
+{
+    return put(buf, size, begin(buf, size, pos, name), "[");
+}
 
 int zel_json_writer_put_int(char *buf, size_t size, int pos, const char *name, int64_t value)
 {

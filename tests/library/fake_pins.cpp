@@ -157,7 +157,10 @@ int zel_net_config_get_udp_commands_enabled(const zel_net_config_t *config)
     return config != nullptr && config->udp_enabled;
 }
 
-const char *zel_net_config_get_fname(const zel_net_config_t *config) { return config == nullptr ? "" : config->friendly_name.c_str(); }
+const char *zel_net_config_get_fname(const zel_net_config_t *config)
+{
+    return config == nullptr ? "" : config->friendly_name.c_str();
+}
 int zel_net_config_ifindex(const zel_net_config_t *config) { return config == nullptr ? 0 : config->interface_index; }
 
 }  // extern "C"

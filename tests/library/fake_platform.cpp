@@ -15,7 +15,7 @@ namespace {
 state *current;
 bool library_was_started;
 
-std::string format_list(const char *text, va_list args)
+__attribute__((format(printf, 1, 0))) std::string format_list(const char *text, va_list args)
 {
     char buffer[8192];
     std::vsnprintf(buffer, sizeof buffer, text, args);
@@ -25,7 +25,8 @@ std::string format_list(const char *text, va_list args)
 int call_back(void *arg, int32_t source, uint8_t level, uintptr_t context)
 {
     auto *call = static_cast<handler_call *>(arg);
-    write_line(format("callback %s source %d state %u context %lu", call->name.c_str(), source, level, static_cast<unsigned long>(context)));
+    write_line(format("callback %s source %d state %u context %lu", call->name.c_str(), source, level,
+                      static_cast<unsigned long>(context)));
     if (call->hook)
         call->hook(source, level, context);
     return 0;
@@ -262,8 +263,8 @@ int32_t unit::start()
     std::vector<gpio_phys_cfg_t> table(my->phys_cfg);
     table.resize(std::max<size_t>(static_cast<size_t>(count), 1));
     table.shrink_to_fit();
-    return zel_gpio_init(my->phys_cfg_is_null ? nullptr : table.data(), count, my->relay_base_pin, my->relay_count, my->virtual_count,
-                         my->button_count, my->has_udp_config ? &my->udp_config : nullptr,
+    return zel_gpio_init(my->phys_cfg_is_null ? nullptr : table.data(), count, my->relay_base_pin, my->relay_count,
+                         my->virtual_count, my->button_count, my->has_udp_config ? &my->udp_config : nullptr,
                          my->has_publish_config ? &my->publish_config : nullptr, my->provider.get(), my->ember_port,
                          my->has_parent ? my->ember_parent : nullptr);
 }

@@ -27,8 +27,8 @@ web_reply unit::request(const std::string &path, const char *query, const char *
         web_reply reply{0, 200, "", false};
         char *text = nullptr;
         size_t length = 0;
-        reply.result = handler->func(nullptr, query_copy.get(), query_len, body_copy.get(), body_len, &reply.status, &text, &length, nullptr,
-                                     buffer.get(), buffer_size);
+        reply.result = handler->func(nullptr, query_copy.get(), query_len, body_copy.get(), body_len, &reply.status, &text,
+                                     &length, nullptr, buffer.get(), buffer_size);
         reply.has_text = text != nullptr;
         if (text != nullptr)
             reply.text.assign(text, length);
@@ -39,7 +39,10 @@ web_reply unit::request(const std::string &path, const char *query, const char *
 
 namespace {
 
-int hex(char c) { return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1; }
+int hex(char c)
+{
+    return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+}
 
 void form_decode(char *text)
 {

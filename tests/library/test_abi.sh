@@ -14,7 +14,8 @@ exports() {
 }
 
 imports() {
-    nm -D --undefined-only "$1" | awk '{ sub(/@.*/, "", $NF); print $NF }' | grep -E '^(zel_|log_message$)' | LC_ALL=C sort | diff -u "$2" -
+    nm -D --undefined-only "$1" | awk '{ sub(/@.*/, "", $NF); print $NF }' | grep -E '^(zel_|log_message$)' |
+        LC_ALL=C sort | diff -u "$2" -
 }
 
 needed() {
@@ -22,8 +23,9 @@ needed() {
     for library in zeldebug zelipc zelember zelwww zelnet zeljson; do
         echo "$found" | grep -qx "lib$library\.so" || fail "$1 does not need lib$library.so"
     done
-    others=$(echo "$found" | grep -vE '^libzel(debug|ipc|ember|www|net|json)\.so$' |
-             grep -vE '^(libc\.so\.6|libm\.so\.6|libstdc\+\+\.so\.6|libgcc_s\.so\.1|ld-linux[a-z0-9_-]*\.so\.[0-9]|libasan\.so\.[0-9]+|libubsan\.so\.[0-9]+)$' || true)
+    runtime='libc\.so\.6|libm\.so\.6|libstdc\+\+\.so\.6|libgcc_s\.so\.1|ld-linux[a-z0-9_-]*\.so\.[0-9]'
+    sanitizers='lib(asan|ubsan)\.so\.[0-9]+'
+    others=$(echo "$found" | grep -vE "^(libzel(debug|ipc|ember|www|net|json)\.so|$runtime|$sanitizers)\$" || true)
     [ -z "$others" ] || fail "$1 needs more than it may: $others"
 }
 

@@ -17,7 +17,8 @@ struct stored {
 };
 
 /// A value in the file and the value that a record has afterwards, for each of a class's settings.
-constexpr stored gpi_types[] = {{nullptr, 0}, {"0", 0}, {"1", 1}, {"2", 2}, {"3", 0}, {"-1", 0}, {"\"1\"", 0}, {"1.5", 0}, {"true", 0}};
+constexpr stored gpi_types[] = {{nullptr, 0}, {"0", 0},     {"1", 1},   {"2", 2},   {"3", 0},
+                                {"-1", 0},    {"\"1\"", 0}, {"1.5", 0}, {"true", 0}};
 constexpr stored cough_types[] = {{nullptr, 0}, {"0", 0}, {"1", 1}, {"2", 0}, {"-1", 0}};
 constexpr stored modes[] = {{nullptr, 0}, {"0", 0}, {"1", 1}, {"2", 0}, {"-1", 0}, {"\"1\"", 0}};
 constexpr stored cough_modes[] = {{nullptr, 1}, {"0", 1}, {"1", 1}, {"2", 1}};
@@ -69,7 +70,8 @@ TEST(types, of_cough_ports_are_0_and_1)
 
 TEST(types, of_virtual_ports_and_leds_are_0_to_2_and_of_buttons_0_and_1)
 {
-    const stored button_types[] = {{nullptr, 0}, {"0", 0}, {"1", 1}, {"2", 0}, {"-1", 0}, {"\"1\"", 0}, {"3", 0}, {"1", 1}, {"0", 0}};
+    const stored button_types[] = {{nullptr, 0}, {"0", 0}, {"1", 1}, {"2", 0}, {"-1", 0},
+                                   {"\"1\"", 0}, {"3", 0}, {"1", 1}, {"0", 0}};
     constexpr size_t count = std::size(gpi_types);
     unit unit;
     unit.virtuals(count).buttons(count);
@@ -126,9 +128,10 @@ TEST(lists, are_read_according_to_the_type)
 {
     unit unit;
     unit.gpis(3).virtuals(3).buttons(4);
-    const char *const with_types[][2] = {{"physical/gpio_0", "0"}, {"physical/gpio_1", "1"}, {"physical/gpio_2", "2"}, {"virtual/vgpio_0", "0"},
-        {"virtual/vgpio_1", "1"}, {"virtual/vgpio_2", "2"}, {"user_buttons/btn_1", "0"}, {"user_buttons/led_1", "0"}, {"user_buttons/btn_2", "1"},
-        {"user_buttons/led_2", "1"}, {"user_buttons/led_3", "2"}};
+    const char *const with_types[][2] = {{"physical/gpio_0", "0"},    {"physical/gpio_1", "1"},    {"physical/gpio_2", "2"},
+                                         {"virtual/vgpio_0", "0"},    {"virtual/vgpio_1", "1"},    {"virtual/vgpio_2", "2"},
+                                         {"user_buttons/btn_1", "0"}, {"user_buttons/led_1", "0"}, {"user_buttons/btn_2", "1"},
+                                         {"user_buttons/led_2", "1"}, {"user_buttons/led_3", "2"}};
     for (const auto &[port, type] : with_types)
         unit.set_json(port, std::string("{\"type\": ") + type +
                       R"(, "handler": "H", "handler_invert": "1", "trigger": "T, Eth Link Down", "invert_trigger": "1, 0"})");
@@ -159,8 +162,17 @@ TEST(lists, are_read_according_to_the_type)
 TEST(lists, are_cut_at_comma_and_blank_only)
 {
     const struct { const char *text; lines names; } rows[] = {
-        {"", {""}}, {"A", {"A"}}, {"A, B", {"A", "B"}}, {"A,B", {"A,B"}}, {"A,  B", {"A", " B"}}, {", ", {"", ""}}, {"A, , B", {"A", "", "B"}},
-        {"A, ", {"A", ""}}, {"Two words, C", {"Two words", "C"}}, {",", {","}}, {"A ,B", {"A ,B"}},
+        {"", {""}},
+        {"A", {"A"}},
+        {"A, B", {"A", "B"}},
+        {"A,B", {"A,B"}},
+        {"A,  B", {"A", " B"}},
+        {", ", {"", ""}},
+        {"A, , B", {"A", "", "B"}},
+        {"A, ", {"A", ""}},
+        {"Two words, C", {"Two words", "C"}},
+        {",", {","}},
+        {"A ,B", {"A ,B"}},
     };
     unit unit;
     unit.gpis(std::size(rows));
@@ -268,7 +280,9 @@ TEST(loading_a_list, marks_the_triggers_that_it_names_as_shown_on_the_grid)
 {
     unit unit;
     unit.gpis(2).relays(1).set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "Eth Link Down, GPI 1, GPI 2");
-    unit.set("physical/gpio_0/invert_trigger", "0, 0, 0").set("relay/relay_0/triggers", "AC Power Off").set("relay/relay_0/trigger_invert", "0");
+    unit.set("physical/gpio_0/invert_trigger", "0, 0, 0")
+        .set("relay/relay_0/triggers", "AC Power Off")
+        .set("relay/relay_0/trigger_invert", "0");
     ASSERT_EQ(unit.start(), 0);
     EXPECT_EQ(trigger_list[0].on_grid, 1);
     EXPECT_EQ(trigger_list[1].on_grid, 0);
@@ -280,8 +294,10 @@ TEST(loading_a_list, marks_the_triggers_that_it_names_as_shown_on_the_grid)
 TEST(a_file, of_the_wrong_kinds_of_values_reads_as_an_empty_one)
 {
     unit unit;
-    unit.gpis(2).relays(1).set_json("physical/gpio_0", R"({"type": 1, "handler": 5, "handler_invert": [1, 2], "input_mode": {}})");
-    unit.set_json("physical/gpio_1", R"({"type": 2, "trigger": null, "invert_trigger": true})").set_json("relay/relay_0", R"({"triggers": ["A"]})");
+    unit.gpis(2).relays(1).set_json("physical/gpio_0",
+                                    R"({"type": 1, "handler": 5, "handler_invert": [1, 2], "input_mode": {}})");
+    unit.set_json("physical/gpio_1", R"({"type": 2, "trigger": null, "invert_trigger": true})")
+        .set_json("relay/relay_0", R"({"triggers": ["A"]})");
     unit.set_json("on_grid_triggers", "[]").set_json("physical/phys_gpio_count", "\"2\"");
     ASSERT_EQ(unit.start(), 0);
     EXPECT_EQ(handlers_of(0), lines{});

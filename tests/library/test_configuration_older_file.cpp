@@ -19,12 +19,13 @@ TEST(an_older_physical_input, gets_its_inverts_and_keeps_its_mode)
     unit unit;
     unit.gpis(1).set_json("physical/gpio_0", R"({"type": 1, "input_mode": 1, "handler": "A, B"})");
     ASSERT_EQ(unit.start(), 0);
-    EXPECT_EQ(fake::only(unit.take(), {"json set gpio/physical/gpio_0", "json remove", "log 4"}),
-              (lines{"log 4 update_gpio_json: Updating json entry: 'gpio_0' (new type = 1)", "json set gpio/physical/gpio_0/type 1",
-                     "json remove gpio/physical/gpio_0/handler", "json remove gpio/physical/gpio_0/trigger (absent)",
-                     "json remove gpio/physical/gpio_0/invert_trigger (absent)", "json remove gpio/physical/gpio_0/input_mode",
-                     "json set gpio/physical/gpio_0/handler \"A, B\"", "json set gpio/physical/gpio_0/handler_invert \"0, 0\"",
-                     "json set gpio/physical/gpio_0/input_mode 1"}));
+    EXPECT_EQ(
+        fake::only(unit.take(), {"json set gpio/physical/gpio_0", "json remove", "log 4"}),
+        (lines{"log 4 update_gpio_json: Updating json entry: 'gpio_0' (new type = 1)", "json set gpio/physical/gpio_0/type 1",
+               "json remove gpio/physical/gpio_0/handler", "json remove gpio/physical/gpio_0/trigger (absent)",
+               "json remove gpio/physical/gpio_0/invert_trigger (absent)", "json remove gpio/physical/gpio_0/input_mode",
+               "json set gpio/physical/gpio_0/handler \"A, B\"", "json set gpio/physical/gpio_0/handler_invert \"0, 0\"",
+               "json set gpio/physical/gpio_0/input_mode 1"}));
     EXPECT_EQ(zel::gpios[0].input_mode, 1U);
     EXPECT_EQ(zel::gpios[0].num_handlers, 2);
 }
@@ -90,7 +91,8 @@ TEST(completing_an_older_file, leaves_the_names_on_the_grid_until_the_host_has_r
 {
     unit unit;
     unit.gpis(2).relays(1).virtuals(2).buttons(1).set("on_grid_handlers", "Record, Mute").set("on_grid_triggers", "Door, Fire");
-    unit.set_json("physical/gpio_0", R"({"type": 1, "handler": "Record"})").set_json("physical/gpio_1", R"({"type": 2, "trigger": "Door"})");
+    unit.set_json("physical/gpio_0", R"({"type": 1, "handler": "Record"})")
+        .set_json("physical/gpio_1", R"({"type": 2, "trigger": "Door"})");
     unit.set_json("relay/relay_0", R"({"triggers": "Fire"})").set_json("virtual/vgpio_0", R"({"type": 2, "trigger": "Door"})");
     unit.set_json("virtual/vgpio_1", R"({"type": 1})").set_json("user_buttons/btn_1", R"({"type": 1})");
     unit.set_json("handler_info", R"({"Record": {"triggers": "Fire", "trigger_inverts": "1"}})");
@@ -110,7 +112,10 @@ TEST(completing_an_older_file, leaves_the_names_on_the_grid_until_the_host_has_r
 TEST(completing_an_older_file, stops_with_the_start_up_and_later_rewrites_cover_the_names_on_the_grid)
 {
     unit unit;
-    unit.gpis(1).set("on_grid_handlers", "Record").set("on_grid_triggers", "Door").set_json("physical/gpio_0", R"({"type": 2, "trigger": "Door"})");
+    unit.gpis(1)
+        .set("on_grid_handlers", "Record")
+        .set("on_grid_triggers", "Door")
+        .set_json("physical/gpio_0", R"({"type": 2, "trigger": "Door"})");
     ASSERT_EQ(unit.start(), 0);
     EXPECT_EQ(unit.json("gpio/on_grid_triggers"), "\"Door\"");
     ASSERT_EQ(zel_gpio_set_pin_direction(0, 0), 1);
@@ -154,7 +159,9 @@ TEST(an_older_input, whose_pin_does_not_open_loses_none_of_its_settings)
 TEST(a_failing_write, during_completion_leaves_the_old_lists_in_memory)
 {
     unit unit;
-    unit.gpis(1).set_json("physical/gpio_0", R"({"type": 1, "input_mode": 1, "handler": "A, B"})").fail("json set gpio/physical/gpio_0");
+    unit.gpis(1)
+        .set_json("physical/gpio_0", R"({"type": 1, "input_mode": 1, "handler": "A, B"})")
+        .fail("json set gpio/physical/gpio_0");
     ASSERT_EQ(unit.start(), 0);
     EXPECT_TRUE(unit.logged("0 update_gpio_json: Failed to set type for json object: gpio_0 to 1"));
     EXPECT_EQ(zel::gpios[0].num_handlers, 2);

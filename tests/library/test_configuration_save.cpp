@@ -17,7 +17,8 @@ void every_kind(unit &unit)
 {
     unit.gpis(3).coughs(1).relays(1).virtuals(3).buttons(2);
     unit.set_json("physical/gpio_0", R"({"type": 1, "input_mode": 1, "handler": "A, B", "handler_invert": "1, 0"})");
-    unit.set_json("physical/gpio_1", R"({"type": 2, "trigger": "Eth Link Down, Door", "invert_trigger": "0, 1", "handler_invert": "1"})");
+    unit.set_json("physical/gpio_1",
+                  R"({"type": 2, "trigger": "Eth Link Down, Door", "invert_trigger": "0, 1", "handler_invert": "1"})");
     unit.set_json("physical/gpio_3", R"({"type": 1, "handler": "A", "handler_invert": "0"})");
     unit.set_json("virtual/vgpio_0", R"({"type": 1, "vgpo_src": "vGPO1@X", "handler": "B", "handler_invert": "0"})");
     unit.set_json("virtual/vgpio_1", R"({"type": 2, "trigger": "Door", "invert_trigger": "0"})");
@@ -35,6 +36,66 @@ lines with_tail(lines first)
     return first;
 }
 
+/// What saving each port of that unit writes, before the tail.
+const struct { int32_t index; lines expected; } saved_ports[] = {
+    {0,
+     {"log 4 update_gpio_json: Updating json entry: 'gpio_0' (new type = 1)", "json set gpio/physical/gpio_0/type 1",
+      "json remove gpio/physical/gpio_0/handler", "json remove gpio/physical/gpio_0/trigger (absent)",
+      "json remove gpio/physical/gpio_0/invert_trigger (absent)", "json remove gpio/physical/gpio_0/input_mode",
+      "json set gpio/physical/gpio_0/handler \"A, B\"", "json set gpio/physical/gpio_0/handler_invert \"1, 0\"",
+      "json set gpio/physical/gpio_0/input_mode 1"}},
+    {1,
+     {"log 4 update_gpio_json: Updating json entry: 'gpio_1' (new type = 2)", "json set gpio/physical/gpio_1/type 2",
+      "json remove gpio/physical/gpio_1/handler (absent)", "json remove gpio/physical/gpio_1/trigger",
+      "json remove gpio/physical/gpio_1/invert_trigger", "json remove gpio/physical/gpio_1/input_mode (absent)",
+      "json set gpio/physical/gpio_1/trigger \"Eth Link Down, Door\"",
+      "json set gpio/physical/gpio_1/invert_trigger \"0, 1\""}},
+    {2,
+     {"log 4 update_gpio_json: Updating json entry: 'gpio_2' (new type = 0)", "json set gpio/physical/gpio_2/type 0",
+      "json remove gpio/physical/gpio_2/handler (absent)", "json remove gpio/physical/gpio_2/trigger (absent)",
+      "json remove gpio/physical/gpio_2/invert_trigger (absent)", "json remove gpio/physical/gpio_2/input_mode (absent)"}},
+    {3,
+     {"log 4 update_gpio_json: Updating json entry: 'gpio_3' (new type = 1)", "json set gpio/physical/gpio_3/type 1",
+      "json remove gpio/physical/gpio_3/handler", "json remove gpio/physical/gpio_3/trigger (absent)",
+      "json remove gpio/physical/gpio_3/invert_trigger (absent)", "json remove gpio/physical/gpio_3/input_mode (absent)",
+      "json set gpio/physical/gpio_3/handler \"A\"", "json set gpio/physical/gpio_3/handler_invert \"0\"",
+      "json set gpio/physical/gpio_3/input_mode 1"}},
+    {4,
+     {"log 4 update_gpio_json: Updating json entry: 'vgpio_0' (new type = 1)", "json set gpio/virtual/vgpio_0/type 1",
+      "json remove gpio/virtual/vgpio_0/handler", "json remove gpio/virtual/vgpio_0/trigger (absent)",
+      "json remove gpio/virtual/vgpio_0/invert_trigger (absent)", "json remove gpio/virtual/vgpio_0/vgpo_src",
+      "json set gpio/virtual/vgpio_0/handler \"B\"", "json set gpio/virtual/vgpio_0/handler_invert \"0\"",
+      "json set gpio/virtual/vgpio_0/vgpo_src \"vGPO1@X\""}},
+    {5,
+     {"log 4 update_gpio_json: Updating json entry: 'vgpio_1' (new type = 2)", "json set gpio/virtual/vgpio_1/type 2",
+      "json remove gpio/virtual/vgpio_1/handler (absent)", "json remove gpio/virtual/vgpio_1/trigger",
+      "json remove gpio/virtual/vgpio_1/invert_trigger", "json remove gpio/virtual/vgpio_1/vgpo_src (absent)",
+      "json set gpio/virtual/vgpio_1/trigger \"Door\"", "json set gpio/virtual/vgpio_1/invert_trigger \"0\""}},
+    {6,
+     {"log 4 update_gpio_json: Updating json entry: 'vgpio_2' (new type = 0)", "json set gpio/virtual/vgpio_2/type 0",
+      "json remove gpio/virtual/vgpio_2/handler (absent)", "json remove gpio/virtual/vgpio_2/trigger (absent)",
+      "json remove gpio/virtual/vgpio_2/invert_trigger (absent)", "json remove gpio/virtual/vgpio_2/vgpo_src (absent)"}},
+    {7,
+     {"log 4 update_gpio_json: Updating json entry: 'btn_1' (new type = 1)", "json set gpio/user_buttons/btn_1/type 1",
+      "json remove gpio/user_buttons/btn_1/handler", "json remove gpio/user_buttons/btn_1/trigger (absent)",
+      "json remove gpio/user_buttons/btn_1/invert_trigger (absent)", "json set gpio/user_buttons/btn_1/handler \"A\"",
+      "json set gpio/user_buttons/btn_1/handler_invert \"1\""}},
+    {8,
+     {"log 4 update_gpio_json: Updating json entry: 'led_1' (new type = 2)", "json set gpio/user_buttons/led_1/type 2",
+      "json remove gpio/user_buttons/led_1/handler (absent)", "json remove gpio/user_buttons/led_1/trigger",
+      "json remove gpio/user_buttons/led_1/invert_trigger", "json set gpio/user_buttons/led_1/trigger \"Door\"",
+      "json set gpio/user_buttons/led_1/invert_trigger \"1\""}},
+    {9,
+     {"log 4 update_gpio_json: Updating json entry: 'btn_2' (new type = 0)", "json set gpio/user_buttons/btn_2/type 0",
+      "json remove gpio/user_buttons/btn_2/handler (absent)", "json remove gpio/user_buttons/btn_2/trigger (absent)",
+      "json remove gpio/user_buttons/btn_2/invert_trigger (absent)"}},
+    {10,
+     {"log 4 update_gpio_json: Updating json entry: 'led_2' (new type = 0)", "json set gpio/user_buttons/led_2/type 0",
+      "json remove gpio/user_buttons/led_2/handler (absent)", "json remove gpio/user_buttons/led_2/trigger (absent)",
+      "json remove gpio/user_buttons/led_2/invert_trigger (absent)", "json set gpio/user_buttons/led_2/trigger \"\"",
+      "json set gpio/user_buttons/led_2/invert_trigger \"\""}},
+};
+
 }  // namespace
 
 TEST(saving_a_port, writes_its_settings_in_order_and_then_the_names_on_the_grid)
@@ -42,53 +103,7 @@ TEST(saving_a_port, writes_its_settings_in_order_and_then_the_names_on_the_grid)
     unit unit;
     every_kind(unit);
     ASSERT_EQ(unit.start(), 0);
-    const struct { int32_t index; lines expected; } rows[] = {
-        {0, {"log 4 update_gpio_json: Updating json entry: 'gpio_0' (new type = 1)", "json set gpio/physical/gpio_0/type 1",
-             "json remove gpio/physical/gpio_0/handler", "json remove gpio/physical/gpio_0/trigger (absent)",
-             "json remove gpio/physical/gpio_0/invert_trigger (absent)", "json remove gpio/physical/gpio_0/input_mode",
-             "json set gpio/physical/gpio_0/handler \"A, B\"", "json set gpio/physical/gpio_0/handler_invert \"1, 0\"",
-             "json set gpio/physical/gpio_0/input_mode 1"}},
-        {1, {"log 4 update_gpio_json: Updating json entry: 'gpio_1' (new type = 2)", "json set gpio/physical/gpio_1/type 2",
-             "json remove gpio/physical/gpio_1/handler (absent)", "json remove gpio/physical/gpio_1/trigger",
-             "json remove gpio/physical/gpio_1/invert_trigger", "json remove gpio/physical/gpio_1/input_mode (absent)",
-             "json set gpio/physical/gpio_1/trigger \"Eth Link Down, Door\"", "json set gpio/physical/gpio_1/invert_trigger \"0, 1\""}},
-        {2, {"log 4 update_gpio_json: Updating json entry: 'gpio_2' (new type = 0)", "json set gpio/physical/gpio_2/type 0",
-             "json remove gpio/physical/gpio_2/handler (absent)", "json remove gpio/physical/gpio_2/trigger (absent)",
-             "json remove gpio/physical/gpio_2/invert_trigger (absent)", "json remove gpio/physical/gpio_2/input_mode (absent)"}},
-        {3, {"log 4 update_gpio_json: Updating json entry: 'gpio_3' (new type = 1)", "json set gpio/physical/gpio_3/type 1",
-             "json remove gpio/physical/gpio_3/handler", "json remove gpio/physical/gpio_3/trigger (absent)",
-             "json remove gpio/physical/gpio_3/invert_trigger (absent)", "json remove gpio/physical/gpio_3/input_mode (absent)",
-             "json set gpio/physical/gpio_3/handler \"A\"", "json set gpio/physical/gpio_3/handler_invert \"0\"",
-             "json set gpio/physical/gpio_3/input_mode 1"}},
-        {4, {"log 4 update_gpio_json: Updating json entry: 'vgpio_0' (new type = 1)", "json set gpio/virtual/vgpio_0/type 1",
-             "json remove gpio/virtual/vgpio_0/handler", "json remove gpio/virtual/vgpio_0/trigger (absent)",
-             "json remove gpio/virtual/vgpio_0/invert_trigger (absent)", "json remove gpio/virtual/vgpio_0/vgpo_src",
-             "json set gpio/virtual/vgpio_0/handler \"B\"", "json set gpio/virtual/vgpio_0/handler_invert \"0\"",
-             "json set gpio/virtual/vgpio_0/vgpo_src \"vGPO1@X\""}},
-        {5, {"log 4 update_gpio_json: Updating json entry: 'vgpio_1' (new type = 2)", "json set gpio/virtual/vgpio_1/type 2",
-             "json remove gpio/virtual/vgpio_1/handler (absent)", "json remove gpio/virtual/vgpio_1/trigger",
-             "json remove gpio/virtual/vgpio_1/invert_trigger", "json remove gpio/virtual/vgpio_1/vgpo_src (absent)",
-             "json set gpio/virtual/vgpio_1/trigger \"Door\"", "json set gpio/virtual/vgpio_1/invert_trigger \"0\""}},
-        {6, {"log 4 update_gpio_json: Updating json entry: 'vgpio_2' (new type = 0)", "json set gpio/virtual/vgpio_2/type 0",
-             "json remove gpio/virtual/vgpio_2/handler (absent)", "json remove gpio/virtual/vgpio_2/trigger (absent)",
-             "json remove gpio/virtual/vgpio_2/invert_trigger (absent)", "json remove gpio/virtual/vgpio_2/vgpo_src (absent)"}},
-        {7, {"log 4 update_gpio_json: Updating json entry: 'btn_1' (new type = 1)", "json set gpio/user_buttons/btn_1/type 1",
-             "json remove gpio/user_buttons/btn_1/handler", "json remove gpio/user_buttons/btn_1/trigger (absent)",
-             "json remove gpio/user_buttons/btn_1/invert_trigger (absent)", "json set gpio/user_buttons/btn_1/handler \"A\"",
-             "json set gpio/user_buttons/btn_1/handler_invert \"1\""}},
-        {8, {"log 4 update_gpio_json: Updating json entry: 'led_1' (new type = 2)", "json set gpio/user_buttons/led_1/type 2",
-             "json remove gpio/user_buttons/led_1/handler (absent)", "json remove gpio/user_buttons/led_1/trigger",
-             "json remove gpio/user_buttons/led_1/invert_trigger", "json set gpio/user_buttons/led_1/trigger \"Door\"",
-             "json set gpio/user_buttons/led_1/invert_trigger \"1\""}},
-        {9, {"log 4 update_gpio_json: Updating json entry: 'btn_2' (new type = 0)", "json set gpio/user_buttons/btn_2/type 0",
-             "json remove gpio/user_buttons/btn_2/handler (absent)", "json remove gpio/user_buttons/btn_2/trigger (absent)",
-             "json remove gpio/user_buttons/btn_2/invert_trigger (absent)"}},
-        {10, {"log 4 update_gpio_json: Updating json entry: 'led_2' (new type = 0)", "json set gpio/user_buttons/led_2/type 0",
-              "json remove gpio/user_buttons/led_2/handler (absent)", "json remove gpio/user_buttons/led_2/trigger (absent)",
-              "json remove gpio/user_buttons/led_2/invert_trigger (absent)", "json set gpio/user_buttons/led_2/trigger \"\"",
-              "json set gpio/user_buttons/led_2/invert_trigger \"\""}},
-    };
-    for (const auto &row : rows) {
+    for (const auto &row : saved_ports) {
         unit.take();
         EXPECT_EQ(zel::update_gpio_json(row.index), 0);
         EXPECT_EQ(fake::joined(unit.take()), fake::joined(with_tail(row.expected))) << row.index;
@@ -113,9 +128,12 @@ TEST(saving_a_port, reports_what_could_not_be_written_and_goes_on)
     const struct { int32_t index; const char *fault; int32_t result; const char *message; } rows[] = {
         {0, "json set gpio/physical/gpio_0/handler", -1,
          "log 0 update_gpio_json: Failed to set handler name for json object: gpio_0 (handler_names = 'A, B')"},
-        {0, "json set gpio/physical/gpio_0/handler_invert", -1, "log 0 update_gpio_json: Failed to set handler_invert for json object: gpio_0 to "},
-        {0, "json set gpio/physical/gpio_0/input_mode", -1, "log 0 update_gpio_json: Failed to set input_mode for json object: gpio_0 to 1"},
-        {4, "json set gpio/virtual/vgpio_0/vgpo_src", -1, "log 0 update_gpio_json: Failed to set vgpo_src for json object: vgpio_0 to vGPO1@X"},
+        {0, "json set gpio/physical/gpio_0/handler_invert", -1,
+         "log 0 update_gpio_json: Failed to set handler_invert for json object: gpio_0 to "},
+        {0, "json set gpio/physical/gpio_0/input_mode", -1,
+         "log 0 update_gpio_json: Failed to set input_mode for json object: gpio_0 to 1"},
+        {4, "json set gpio/virtual/vgpio_0/vgpo_src", -1,
+         "log 0 update_gpio_json: Failed to set vgpo_src for json object: vgpio_0 to vGPO1@X"},
         {1, "json set gpio/physical/gpio_1/trigger", 0, ""},   // the result is that of the last write
         {1, "json set gpio/physical/gpio_1/invert_trigger", -1, ""},
         {8, "json set gpio/user_buttons/led_1/invert_trigger", -1, ""},
@@ -130,7 +148,8 @@ TEST(saving_a_port, reports_what_could_not_be_written_and_goes_on)
         unit.heal();
         const std::string all = fake::joined(unit.journal());
         EXPECT_NE(all.find(row.message), std::string::npos) << row.fault << "\n" << all;
-        EXPECT_EQ(fake::only(unit.journal(), {"json set gpio/on_grid_triggers", "json set gpio/on_grid_handlers"}), tail) << row.fault;
+        EXPECT_EQ(fake::only(unit.journal(), {"json set gpio/on_grid_triggers", "json set gpio/on_grid_handlers"}), tail)
+            << row.fault;
     }
 }
 
@@ -155,8 +174,9 @@ TEST(saving_a_port, ends_when_its_object_cannot_be_loaded)
     unit.take();
     unit.fail("json load gpio/user_buttons/led_2");
     EXPECT_EQ(zel::update_gpio_json(10), -1);
-    EXPECT_EQ(unit.take(), (lines{"log 4 update_gpio_json: Updating json entry: 'led_2' (new type = 0)", "json load gpio/user_buttons/led_2 failed",
-                                  "log 0 update_gpio_json: Failed to load json object: led_2"}));
+    EXPECT_EQ(unit.take(),
+              (lines{"log 4 update_gpio_json: Updating json entry: 'led_2' (new type = 0)",
+                     "json load gpio/user_buttons/led_2 failed", "log 0 update_gpio_json: Failed to load json object: led_2"}));
 }
 
 TEST(saving_a_port, needs_its_section)
@@ -164,7 +184,8 @@ TEST(saving_a_port, needs_its_section)
     unit unit;
     every_kind(unit);
     ASSERT_EQ(unit.start(), 0);
-    for (const auto &[section, index] : {std::pair{&zel::phys_gpio_json_obj, 0}, {&zel::virt_gpio_json_obj, 4}, {&zel::user_btn_json_obj, 8}}) {
+    for (const auto &[section, index] :
+         {std::pair{&zel::phys_gpio_json_obj, 0}, {&zel::virt_gpio_json_obj, 4}, {&zel::user_btn_json_obj, 8}}) {
         zel_json_obj_t *const kept = *section;
         unit.take();
         *section = nullptr;
@@ -192,7 +213,8 @@ TEST(saving_a_relay, writes_its_triggers_and_inverts_but_not_its_place_on_the_gr
     ASSERT_EQ(unit.start(), 0);
     unit.take();
     EXPECT_EQ(zel::update_relay_json(0), 0);
-    EXPECT_EQ(unit.take(), (lines{"json set gpio/relay/relay_0/triggers \"Eth Link Down, Door\"", "json set gpio/relay/relay_0/trigger_invert \"1, 0\""}));
+    EXPECT_EQ(unit.take(), (lines{"json set gpio/relay/relay_0/triggers \"Eth Link Down, Door\"",
+                                  "json set gpio/relay/relay_0/trigger_invert \"1, 0\""}));
 }
 
 TEST(saving_a_relay, has_the_result_of_the_last_write)
@@ -234,7 +256,8 @@ TEST(saving_a_relay_death, needs_the_table_and_an_index_in_it)
 TEST(saving_a_handler, writes_its_triggers_and_inverts)
 {
     unit unit;
-    unit.set("on_grid_handlers", "Record").set_json("handler_info/Record", R"({"triggers": "Eth Link Down, Door", "trigger_inverts": "1, 0"})");
+    unit.set("on_grid_handlers", "Record")
+        .set_json("handler_info/Record", R"({"triggers": "Eth Link Down, Door", "trigger_inverts": "1, 0"})");
     ASSERT_EQ(unit.start(), 0);
     const int32_t id = unit.handler("Record");
     unit.take();

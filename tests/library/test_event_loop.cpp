@@ -33,7 +33,8 @@ struct offered {
 /// An input with a handler "Record"; `settings` beside its type and its list.
 void input(unit &unit, int32_t index, const std::string &settings = "")
 {
-    unit.set_json("physical/gpio_" + std::to_string(index), R"({"type": 1, "handler": "Record", "handler_invert": "0")" + settings + "}");
+    unit.set_json("physical/gpio_" + std::to_string(index),
+                  R"({"type": 1, "handler": "Record", "handler_invert": "0")" + settings + "}");
 }
 
 constexpr const char *momentary = R"(, "input_mode": 1)";
@@ -54,11 +55,18 @@ void resolve(unit &unit, const char *name, int host)
 /// Four virtual ports: 0, 2 and 3 follow outputs of other units, 0 and 2 of one unit; 1 is an output.
 void three_followers(unit &unit)
 {
-    unit.ember().gpis(1).virtuals(4).set("physical/gpio_0/type", 1).set("physical/gpio_0/input_mode", 1).set("physical/gpio_0/handler_invert", "");
+    unit.ember()
+        .gpis(1)
+        .virtuals(4)
+        .set("physical/gpio_0/type", 1)
+        .set("physical/gpio_0/input_mode", 1)
+        .set("physical/gpio_0/handler_invert", "");
     const char *const sources[] = {"vGPO1@B", nullptr, "vGPO2@B", "vGPO1@C"};
     for (int v = 0; v < 4; ++v) {
         const std::string port = "virtual/vgpio_" + std::to_string(v);
-        unit.set(port + "/type", sources[v] == nullptr ? 2 : 1).set(port + "/handler_invert", "").set(port + "/invert_trigger", "");
+        unit.set(port + "/type", sources[v] == nullptr ? 2 : 1)
+            .set(port + "/handler_invert", "")
+            .set(port + "/invert_trigger", "");
         if (sources[v] != nullptr)
             unit.set(port + "/vgpo_src", sources[v]);
     }
@@ -75,7 +83,8 @@ TEST(set_fds, offers_the_links_then_the_inputs_then_the_sessions)
     ASSERT_EQ(unit.consumers(), (std::vector<int>{1, 2}));
     unit.take();
     offered offered;
-    EXPECT_EQ(unit.take(), (lines{"ipc sdisc set_fds", "ipc snmp set_fds", "pin 1 fd", "consumer 1 set_fds", "consumer 1 set_fds", "consumer 2 set_fds"}));
+    EXPECT_EQ(unit.take(), (lines{"ipc sdisc set_fds", "ipc snmp set_fds", "pin 1 fd", "consumer 1 set_fds", "consumer 1 set_fds",
+                                  "consumer 2 set_fds"}));
 }
 
 TEST(process_fds, handles_the_links_then_the_inputs_then_each_session_once)
@@ -86,7 +95,8 @@ TEST(process_fds, handles_the_links_then_the_inputs_then_each_session_once)
     resolve(unit, "vGPO1@B", 2), resolve(unit, "vGPO2@B", 2), resolve(unit, "vGPO1@C", 3);
     unit.take();
     unit.loop();
-    EXPECT_EQ(unit.take(), (lines{"ipc sdisc process_fds", "ipc snmp process_fds", "pin 1 fd", "consumer 1 process_fds", "consumer 2 process_fds"}));
+    EXPECT_EQ(unit.take(), (lines{"ipc sdisc process_fds", "ipc snmp process_fds", "pin 1 fd", "consumer 1 process_fds",
+                                  "consumer 2 process_fds"}));
 }
 
 TEST(set_fds, sets_the_descriptors_of_inputs_in_the_exception_set_and_raises_the_highest)
@@ -226,13 +236,16 @@ TEST(an_edge, of_a_momentary_input_runs_through_the_grid_in_order)
     unit.handler("Record");
     unit.take();
     unit.edge(1, 1);
-    EXPECT_EQ(joined(unit.take()),
-              joined({"ipc sdisc process_fds", "ipc snmp process_fds", "pin 1 fd", "pin 1 read 1", "callback Record source 0 state 1 context 1",
-                      "ipc snmp send 7 (696 bytes)", "ember set gpio/physical/gpio 1/status 1 (8 bytes)",
-                      "log 2 zel_gpio_notify_trigger_event: event 'GPI 1' has occurred", "pin 102 write 1", "ember set gpio/physical/gpio 2/type 2 (8 bytes)",
-                      "ember set gpio/physical/gpio 2/input functions \"\" (1 bytes)", "ember set gpio/physical/gpio 2/output triggers \"GPI 1\" (6 bytes)",
-                      "ember set gpio/physical/gpio 2/active triggers \"GPI 1\" (6 bytes)", "ember set gpio/physical/gpio 2/input mode 0 (8 bytes)",
-                      "ember set gpio/physical/gpio 2/status 1 (4 bytes)", "ipc snmp send 7 (696 bytes)"}));
+    EXPECT_EQ(joined(unit.take()), joined({"ipc sdisc process_fds", "ipc snmp process_fds", "pin 1 fd", "pin 1 read 1",
+                                           "callback Record source 0 state 1 context 1", "ipc snmp send 7 (696 bytes)",
+                                           "ember set gpio/physical/gpio 1/status 1 (8 bytes)",
+                                           "log 2 zel_gpio_notify_trigger_event: event 'GPI 1' has occurred", "pin 102 write 1",
+                                           "ember set gpio/physical/gpio 2/type 2 (8 bytes)",
+                                           "ember set gpio/physical/gpio 2/input functions \"\" (1 bytes)",
+                                           "ember set gpio/physical/gpio 2/output triggers \"GPI 1\" (6 bytes)",
+                                           "ember set gpio/physical/gpio 2/active triggers \"GPI 1\" (6 bytes)",
+                                           "ember set gpio/physical/gpio 2/input mode 0 (8 bytes)",
+                                           "ember set gpio/physical/gpio 2/status 1 (4 bytes)", "ipc snmp send 7 (696 bytes)"}));
     EXPECT_EQ(unit.sent("snmp", 7).front().int_at(692), 0);   // of the start-up
 }
 
@@ -259,9 +272,10 @@ TEST(a_momentary_input, reads_1_while_held_and_0_after_release)
     unit.handler("Record");
     unit.take();
     unit.edge(1, 1), unit.edge(1, 0);
-    EXPECT_EQ(fake::only(unit.take(), {"callback", "log 2"}),
-              (lines{"callback Record source 0 state 1 context 1", "log 2 zel_gpio_notify_trigger_event: event 'GPI 1' has occurred",
-                     "callback Record source 0 state 0 context 1", "log 2 zel_gpio_notify_trigger_event: event 'GPI 1' has ended"}));
+    EXPECT_EQ(
+        fake::only(unit.take(), {"callback", "log 2"}),
+        (lines{"callback Record source 0 state 1 context 1", "log 2 zel_gpio_notify_trigger_event: event 'GPI 1' has occurred",
+               "callback Record source 0 state 0 context 1", "log 2 zel_gpio_notify_trigger_event: event 'GPI 1' has ended"}));
     EXPECT_EQ(zel::gpios[0].state, 0);
 }
 
@@ -274,8 +288,9 @@ TEST(a_latching_input, toggles_on_every_interrupt_whatever_its_level)
     unit.handler("Record");
     unit.take();
     unit.edge(1, 1), unit.edge(1, 1), unit.edge(1, 0), unit.edge(1, 0);
-    EXPECT_EQ(unit.take_of("callback"), (lines{"callback Record source 0 state 1 context 0", "callback Record source 0 state 0 context 0",
-                                               "callback Record source 0 state 1 context 0", "callback Record source 0 state 0 context 0"}));
+    EXPECT_EQ(unit.take_of("callback"),
+              (lines{"callback Record source 0 state 1 context 0", "callback Record source 0 state 0 context 0",
+                     "callback Record source 0 state 1 context 0", "callback Record source 0 state 0 context 0"}));
 }
 
 TEST(an_edge, of_several_inputs_is_handled_in_index_order)
@@ -288,7 +303,8 @@ TEST(an_edge, of_several_inputs_is_handled_in_index_order)
     unit.take();
     unit.set_level(3, 1);
     unit.loop({3, 1});
-    EXPECT_EQ(unit.take_of("callback"), (lines{"callback Record source 0 state 1 context 0", "callback Record source 2 state 1 context 1"}));
+    EXPECT_EQ(unit.take_of("callback"),
+              (lines{"callback Record source 0 state 1 context 0", "callback Record source 2 state 1 context 1"}));
 }
 
 TEST(no_edge, changes_nothing_and_reads_no_pin)
@@ -386,8 +402,9 @@ TEST(an_input, of_a_callback_that_reports_events_and_registers_names_goes_on)
     unit.set_level(1, 1), unit.set_level(2, 1);
     unit.take();
     unit.loop({1, 2});
-    EXPECT_EQ(unit.take_of("callback"), (lines{"callback Record source 0 state 1 context 1", "callback Another source -1 state 1 context 0",
-                                               "callback Record source 1 state 1 context 1"}));
+    EXPECT_EQ(unit.take_of("callback"),
+              (lines{"callback Record source 0 state 1 context 1", "callback Another source -1 state 1 context 0",
+                     "callback Record source 1 state 1 context 1"}));
     EXPECT_EQ(unit.level(201), 1);
     EXPECT_EQ(zel::relays[0].active_trigs, 2);
     EXPECT_TRUE(unit.is_open(3));
@@ -413,7 +430,8 @@ TEST(an_input, from_index_64_on_calls_its_handlers_but_cannot_assert_them)
     unit unit;
     unit.virtuals(70);
     for (const char *const port : {"virtual/vgpio_63", "virtual/vgpio_64", "virtual/vgpio_69"})
-        unit.set(std::string(port) + "/type", 1).set(std::string(port) + "/handler_invert", "1");   // asserted while the input is off
+        unit.set(std::string(port) + "/type", 1)
+            .set(std::string(port) + "/handler_invert", "1");   // asserted while the input is off
     unit.set("virtual/vgpio_63/handler", "A").set("virtual/vgpio_64/handler", "B").set("virtual/vgpio_69/handler", "C");
     ASSERT_EQ(unit.start(), 0);
     unit.take();

@@ -96,9 +96,11 @@ TEST(fake_file, makes_absent_objects_and_keeps_what_was_set)
     EXPECT_EQ(zel_json_remove_object(file, port, "x"), 0);
     EXPECT_EQ(zel_json_remove_object(file, port, "x"), -1);
     zel_json_file_term(file);
-    EXPECT_EQ(unit.json(""), R"({"other": [1, {"a": "b"}], "gpio": {"physical": {"gpio_0": {"type": 1, "t": "say \"hi\"\\n", "flag": true}}, "relay": {}}})");
-    EXPECT_EQ(unit.take(), (lines{"json open /mnt/data/config/config.json", "json set gpio/physical/gpio_0/flag true", "json make gpio/relay",
-                                  "json set bad to no text", "json remove gpio/physical/gpio_0/x", "json remove gpio/physical/gpio_0/x (absent)", "json close"}));
+    EXPECT_EQ(unit.json("other"), R"([1, {"a": "b"}])");
+    EXPECT_EQ(unit.json("gpio"), R"({"physical": {"gpio_0": {"type": 1, "t": "say \"hi\"\\n", "flag": true}}, "relay": {}})");
+    EXPECT_EQ(unit.take(), (lines{"json open /mnt/data/config/config.json", "json set gpio/physical/gpio_0/flag true",
+                                  "json make gpio/relay", "json set bad to no text", "json remove gpio/physical/gpio_0/x",
+                                  "json remove gpio/physical/gpio_0/x (absent)", "json close"}));
 }
 
 TEST(fake_file, releases_a_borrowed_text_when_its_key_is_set)
@@ -131,7 +133,8 @@ TEST(fake_writer, writes_json_and_never_beyond_its_buffer)
     EXPECT_EQ(text, expected);
     for (size_t size = 1; size <= expected.size(); ++size)
         EXPECT_EQ(document(std::make_unique<char[]>(size).get(), size), -1);
-    EXPECT_EQ(document(std::make_unique<char[]>(expected.size() + 1).get(), expected.size() + 1), static_cast<int>(expected.size()));
+    EXPECT_EQ(document(std::make_unique<char[]>(expected.size() + 1).get(), expected.size() + 1),
+              static_cast<int>(expected.size()));
 }
 
 TEST(fake_tree, has_paths_from_the_root_and_values)
@@ -151,7 +154,8 @@ TEST(fake_tree, has_paths_from_the_root_and_values)
     EXPECT_EQ(zel_ember_set_param(provider, nullptr, 0, 0, nullptr, "BC", 3, nullptr, nullptr), -1);
     EXPECT_EQ(zel_ember_remove_element(provider, node), 0);
     EXPECT_EQ(unit.value_of("gpio/t"), "absent");
-    EXPECT_EQ(unit.take(), (lines{"ember add node gpio", "ember add string gpio/t = A r", "ember set gpio/t \"BC\" (3 bytes)", "ember set null", "ember remove gpio"}));
+    EXPECT_EQ(unit.take(), (lines{"ember add node gpio", "ember add string gpio/t = A r", "ember set gpio/t \"BC\" (3 bytes)",
+                                  "ember set null", "ember remove gpio"}));
 }
 
 TEST(fake_consumers, keep_one_request_per_path)

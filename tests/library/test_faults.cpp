@@ -153,7 +153,8 @@ void the_host_changes_names_and_directions(unit &unit)
 void start(unit &unit, provider tree)
 {
     fake::one_of_everything(unit);
-    unit.set("on_grid_handlers", "Record, Mute").set_json("handler_info/Record", R"({"triggers": "Door, Eth Link Down", "trigger_inverts": "0, 1"})");
+    unit.set("on_grid_handlers", "Record, Mute")
+        .set_json("handler_info/Record", R"({"triggers": "Door, Eth Link Down", "trigger_inverts": "0, 1"})");
     if (tree == provider::present)
         unit.ember();
     unit.udp(false);
@@ -234,7 +235,8 @@ protected:
 
 std::string share_name(const testing::TestParamInfo<std::tuple<provider, int>> &info)
 {
-    return (std::get<0>(info.param) == provider::present ? "with_a_provider_" : "without_a_provider_") + std::to_string(std::get<1>(info.param));
+    return (std::get<0>(info.param) == provider::present ? "with_a_provider_" : "without_a_provider_") +
+           std::to_string(std::get<1>(info.param));
 }
 
 }  // namespace
@@ -268,14 +270,38 @@ TEST_P(each_failure, of_an_allocation_is_survived)
 }
 
 INSTANTIATE_TEST_SUITE_P(faults, each_failure,
-                         testing::Combine(testing::Values(provider::absent, provider::present), testing::Range(0, shares)), share_name);
+                         testing::Combine(testing::Values(provider::absent, provider::present), testing::Range(0, shares)),
+                         share_name);
 
 TEST(a_whole_kind_of_calls, that_fails_for_good_is_survived)
 {
-    for (const char *const kind : {"json set", "json remove", "json load", "json open", "json load gpio/handler_info", "pin 1", "pin 3", "pin 102",
-                                   "pin 101 open", "pin 201", "pin 201 write", "pin 102 write", "ember add", "ember set", "ember remove", "ember path",
-                                   "ipc snmp", "ipc snmp send", "ipc sdisc", "ipc sdisc send", "ipc sdisc send 9", "consumer", "consumer 1 connect",
-                                   "consumer 1 get", "consumer 1 clear", "web", "writer"}) {
+    for (const char *const kind : {"json set",
+                                   "json remove",
+                                   "json load",
+                                   "json open",
+                                   "json load gpio/handler_info",
+                                   "pin 1",
+                                   "pin 3",
+                                   "pin 102",
+                                   "pin 101 open",
+                                   "pin 201",
+                                   "pin 201 write",
+                                   "pin 102 write",
+                                   "ember add",
+                                   "ember set",
+                                   "ember remove",
+                                   "ember path",
+                                   "ipc snmp",
+                                   "ipc snmp send",
+                                   "ipc sdisc",
+                                   "ipc sdisc send",
+                                   "ipc sdisc send 9",
+                                   "consumer",
+                                   "consumer 1 connect",
+                                   "consumer 1 get",
+                                   "consumer 1 clear",
+                                   "web",
+                                   "writer"}) {
         SCOPED_TRACE(kind);
         EXPECT_CHILD_SUCCEEDS(
             unit unit;
@@ -288,8 +314,8 @@ TEST(a_whole_kind_of_calls, that_fails_for_good_is_survived)
 
 TEST(a_whole_kind_of_calls, that_fails_after_start_up_is_survived)
 {
-    for (const char *const kind : {"json set", "json remove", "json load", "pin", "ember set", "ember add", "ember remove", "ipc snmp send",
-                                   "ipc sdisc send", "consumer", "consumer 1 get", "writer", "ember path"}) {
+    for (const char *const kind : {"json set", "json remove", "json load", "pin", "ember set", "ember add", "ember remove",
+                                   "ipc snmp send", "ipc sdisc send", "consumer", "consumer 1 get", "writer", "ember path"}) {
         SCOPED_TRACE(kind);
         EXPECT_CHILD_SUCCEEDS(
             unit unit;

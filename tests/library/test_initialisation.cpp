@@ -29,7 +29,8 @@ void inputs_of_all_kinds(unit &unit)
 {
     unit.gpi(1, 101, true).gpi(2, 102, true).gpi(3, 103).gpi(4, 104).cough(5, true);
     for (int i = 0; i < 5; ++i)
-        unit.set("physical/gpio_" + std::to_string(i) + "/type", 1).set("physical/gpio_" + std::to_string(i) + "/handler_invert", "");
+        unit.set("physical/gpio_" + std::to_string(i) + "/type", 1)
+            .set("physical/gpio_" + std::to_string(i) + "/handler_invert", "");
     unit.set("physical/gpio_0/input_mode", 1).set("physical/gpio_3/input_mode", 1);
 }
 
@@ -99,9 +100,12 @@ TEST(initialisation, without_a_configuration_file_builds_nothing_and_succeeds)
 TEST(initialisation, ends_with_the_step_that_fails_and_the_host_can_release_what_was_built)
 {
     const struct { const char *fault; int32_t result; const char *message, *last_message; bool web; } rows[] = {
-        {"ember add gpio", -1, "0 init_gpio_ember_tree: Failed to create gpio node", "0 zel_gpio_init: Failed to initialise ember tree", false},
-        {"ipc sdisc init", -1, "0 sdisc_init: Failed to setup zel_sdiscd ipc client for zel_gpio", "0 zel_gpio_init: Failed to setup sdisc", false},
-        {"ipc sdisc send 7", -1, "0 sdisc_init: Failed to send lookup request to zel_sdiscd", "0 zel_gpio_init: Failed to setup sdisc", false},
+        {"ember add gpio", -1, "0 init_gpio_ember_tree: Failed to create gpio node",
+         "0 zel_gpio_init: Failed to initialise ember tree", false},
+        {"ipc sdisc init", -1, "0 sdisc_init: Failed to setup zel_sdiscd ipc client for zel_gpio",
+         "0 zel_gpio_init: Failed to setup sdisc", false},
+        {"ipc sdisc send 7", -1, "0 sdisc_init: Failed to send lookup request to zel_sdiscd",
+         "0 zel_gpio_init: Failed to setup sdisc", false},
         {"ember add gpio/physical/gpio 1", -1, "0 add_gpio_to_ember_tree: Failed to add new ember node: 'gpio 1'",
          "0 zel_gpio_init: init_phys_gpio failed", false},
         {"ember add gpio/physical/relay 1", -1, "0 add_relay_to_ember_tree: Failed to add new ember node: 'relay 1'",
@@ -112,7 +116,8 @@ TEST(initialisation, ends_with_the_step_that_fails_and_the_host_can_release_what
          "0 zel_gpio_init: init_user_buttons failed", false},
         {"web add /cgi/gpioGrid.cgi", -1, "0 zel_gpio_init: Failed to add web URL handler (1)", "", true},
         {"web add /cgi/gpioConn.cgi", -1, "0 zel_gpio_init: Failed to add web URL handler (2)", "", true},
-        {"ipc snmp init", 0, "0 snmp_init: Failed to setup snmp ipc client for zel_gpio", "0 zel_gpio_init: Failed to setup snmp", true},
+        {"ipc snmp init", 0, "0 snmp_init: Failed to setup snmp ipc client for zel_gpio", "0 zel_gpio_init: Failed to setup snmp",
+         true},
     };
     for (const auto &row : rows) {
         EXPECT_CHILD_SUCCEEDS(
@@ -122,7 +127,8 @@ TEST(initialisation, ends_with_the_step_that_fails_and_the_host_can_release_what
             EXPECT_EQ(unit.start(), row.result) << row.fault;
             EXPECT_TRUE(unit.fault_fired());
             EXPECT_TRUE(unit.logged(row.message)) << fake::joined(unit.journal_of("log 0"));
-            EXPECT_EQ(unit.journal_of("log 0").back(), std::string("log ") + (*row.last_message != 0 ? row.last_message : row.message));
+            const std::string last = *row.last_message != 0 ? row.last_message : row.message;
+            EXPECT_EQ(unit.journal_of("log 0").back(), "log " + last);
             EXPECT_EQ(unit.count_of("web") > 0, row.web);
             EXPECT_EQ(unit.has_client("snmp"), false);
             unit.stop();
@@ -133,14 +139,19 @@ TEST(initialisation, ends_with_the_step_that_fails_and_the_host_can_release_what
 TEST(initialisation, ends_with_the_step_that_fails_on_a_unit_without_a_provider)
 {
     const struct { const char *fault, *message, *last_message; } rows[] = {
-        {"json load gpio/physical/gpio_1", "0 init_phys_gpio: Failed to load json object: physical->gpio_1", "0 zel_gpio_init: init_phys_gpio failed"},
+        {"json load gpio/physical/gpio_1", "0 init_phys_gpio: Failed to load json object: physical->gpio_1",
+         "0 zel_gpio_init: init_phys_gpio failed"},
         {"pin 1 open", "0 init_phys_gpio: Failed to open gpio 1", "0 zel_gpio_init: init_phys_gpio failed"},
-        {"pin 1 active_low", "0 init_phys_gpio: Failed to set active_low property for gpio 1", "0 zel_gpio_init: init_phys_gpio failed"},
+        {"pin 1 active_low", "0 init_phys_gpio: Failed to set active_low property for gpio 1",
+         "0 zel_gpio_init: init_phys_gpio failed"},
         {"pin 102 open", "0 init_phys_gpio: Failed to open gpio 102", "0 zel_gpio_init: init_phys_gpio failed"},
-        {"pin 102 active_low", "0 init_phys_gpio: Failed to set active_low property for gpio 102", "0 zel_gpio_init: init_phys_gpio failed"},
-        {"json load gpio/relay/relay_0", "0 init_relays: Failed to load json object: relays->relay_0", "0 zel_gpio_init: init_relays failed"},
+        {"pin 102 active_low", "0 init_phys_gpio: Failed to set active_low property for gpio 102",
+         "0 zel_gpio_init: init_phys_gpio failed"},
+        {"json load gpio/relay/relay_0", "0 init_relays: Failed to load json object: relays->relay_0",
+         "0 zel_gpio_init: init_relays failed"},
         {"pin 201 open", "0 init_relays: Failed to open relay 201", "0 zel_gpio_init: init_relays failed"},
-        {"json load gpio/virtual/vgpio_0", "0 init_vgpio: Failed to load json object: virtual->vgpio_0", "0 zel_gpio_init: init_vgpio failed"},
+        {"json load gpio/virtual/vgpio_0", "0 init_vgpio: Failed to load json object: virtual->vgpio_0",
+         "0 zel_gpio_init: init_vgpio failed"},
         {"json load gpio/user_buttons/btn_1", "0 init_user_buttons: Failed to load json object: user_buttons->btn_1",
          "0 zel_gpio_init: init_user_buttons failed"},
     };
@@ -232,7 +243,11 @@ TEST(a_port_without_its_settings_object, ends_start_up_on_a_unit_without_a_provi
 TEST(a_virtual_port_without_its_settings_object, does_not_keep_the_others_from_working_on_a_unit_with_a_provider)
 {
     unit unit;
-    unit.ember().virtuals(3).fail("json load gpio/virtual/vgpio_1").set("virtual/vgpio_2/type", 2).set("virtual/vgpio_2/trigger", "Eth Link Down");
+    unit.ember()
+        .virtuals(3)
+        .fail("json load gpio/virtual/vgpio_1")
+        .set("virtual/vgpio_2/type", 2)
+        .set("virtual/vgpio_2/trigger", "Eth Link Down");
     EXPECT_EQ(unit.start(), 0);
     EXPECT_TRUE(unit.logged("0 init_vgpio: Failed to load json object: virtual->vgpio_1"));
     unit.raise("Eth Link Down");
@@ -245,9 +260,9 @@ TEST(an_input, has_the_edge_of_its_mode_and_polarity)
     inputs_of_all_kinds(unit);
     ASSERT_EQ(unit.start(), 0);
     EXPECT_EQ(unit.take_of("pin"),
-              (lines{"pin 1 open 0", "pin 1 active_low 1", "pin 1 edge 3", "pin 1 read 0", "pin 2 open 0", "pin 2 active_low 1", "pin 2 edge 1",
-                     "pin 3 open 0", "pin 3 active_low 0", "pin 3 edge 2", "pin 4 open 0", "pin 4 active_low 0", "pin 4 edge 3", "pin 4 read 0",
-                     "pin 5 open 0", "pin 5 active_low 1", "pin 5 edge 3", "pin 5 read 0"}));
+              (lines{"pin 1 open 0", "pin 1 active_low 1", "pin 1 edge 3", "pin 1 read 0", "pin 2 open 0", "pin 2 active_low 1",
+                     "pin 2 edge 1", "pin 3 open 0", "pin 3 active_low 0", "pin 3 edge 2", "pin 4 open 0", "pin 4 active_low 0",
+                     "pin 4 edge 3", "pin 4 read 0", "pin 5 open 0", "pin 5 active_low 1", "pin 5 edge 3", "pin 5 read 0"}));
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(zel::gpios[i].ignore_irq, 0) << i;   // only a change of type sets the flag
 }
@@ -265,7 +280,8 @@ TEST(an_input, that_is_momentary_starts_at_its_pins_level_and_announces_it_while
         EXPECT_EQ(trigger_list[5 + i].state, states[i]) << i;
     }
     EXPECT_EQ(fake::only(unit.take(), {"log 2 zel_gpio_notify_trigger_event:"}),
-              (lines{"log 2 zel_gpio_notify_trigger_event: event 'GPI 1' has occurred", "log 2 zel_gpio_notify_trigger_event: event 'GPI 4' has occurred",
+              (lines{"log 2 zel_gpio_notify_trigger_event: event 'GPI 1' has occurred",
+                     "log 2 zel_gpio_notify_trigger_event: event 'GPI 4' has occurred",
                      "log 2 zel_gpio_notify_trigger_event: event 'COUGH 1' has occurred"}));
 }
 
@@ -303,15 +319,16 @@ TEST(an_output, is_driven_to_the_level_of_its_list)
 {
     unit unit;
     unit.gpis(4);
-    const char *const lists[][2] = {{"Eth Link Down", "0"}, {"Eth Link Down", "1"}, {"Nobody", "1"}, {"Nobody, Eth Link Down, AC Power Off", "0, 0, 1"}};
+    const char *const lists[][2] = {
+        {"Eth Link Down", "0"}, {"Eth Link Down", "1"}, {"Nobody", "1"}, {"Nobody, Eth Link Down, AC Power Off", "0, 0, 1"}};
     for (int i = 0; i < 4; ++i) {
         const std::string port = "physical/gpio_" + std::to_string(i);
         unit.set(port + "/type", 2).set(port + "/trigger", lists[i][0]).set(port + "/invert_trigger", lists[i][1]);
     }
     ASSERT_EQ(unit.start(), 0);
-    EXPECT_EQ(unit.take_of("pin"), (lines{"pin 101 open 2", "pin 101 active_low 0", "pin 101 write 0", "pin 102 open 2", "pin 102 active_low 0",
-                                          "pin 102 write 1", "pin 103 open 2", "pin 103 active_low 0", "pin 103 write 0", "pin 104 open 2",
-                                          "pin 104 active_low 0", "pin 104 write 1"}));
+    EXPECT_EQ(unit.take_of("pin"), (lines{"pin 101 open 2", "pin 101 active_low 0", "pin 101 write 0", "pin 102 open 2",
+                                          "pin 102 active_low 0", "pin 102 write 1", "pin 103 open 2", "pin 103 active_low 0",
+                                          "pin 103 write 0", "pin 104 open 2", "pin 104 active_low 0", "pin 104 write 1"}));
     EXPECT_EQ(zel::gpios[1].state, 1);
     EXPECT_EQ(zel::gpios[2].state, 0);
 }
@@ -327,7 +344,11 @@ TEST(an_output, with_an_empty_list_is_not_written)
 TEST(an_output, that_udp_commands_drive_starts_at_its_udp_value)
 {
     unit unit;
-    unit.gpis(1).udp(true).set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "Eth Link Down").set("physical/gpio_0/invert_trigger", "1");
+    unit.gpis(1)
+        .udp(true)
+        .set("physical/gpio_0/type", 2)
+        .set("physical/gpio_0/trigger", "Eth Link Down")
+        .set("physical/gpio_0/invert_trigger", "1");
     ASSERT_EQ(unit.start(), 0);
     EXPECT_EQ(unit.level(101), 0);
     EXPECT_EQ(zel::gpios[0].state, 0);
@@ -354,7 +375,8 @@ TEST(a_relay, is_driven_to_the_level_of_its_list_and_left_alone_without_one)
     unit.relays(3, 40).set("relay/relay_0/triggers", "Eth Link Down").set("relay/relay_0/trigger_invert", "1");
     unit.set("relay/relay_1/triggers", "Eth Link Down").set("relay/relay_1/trigger_invert", "0");
     ASSERT_EQ(unit.start(), 0);
-    EXPECT_EQ(unit.take_of("pin"), (lines{"pin 40 open 2", "pin 40 write 1", "pin 41 open 2", "pin 41 write 0", "pin 42 open 2"}));
+    EXPECT_EQ(unit.take_of("pin"),
+              (lines{"pin 40 open 2", "pin 40 write 1", "pin 41 open 2", "pin 41 write 0", "pin 42 open 2"}));
 }
 
 TEST(a_relay, whose_pin_does_not_open_does_not_stop_the_unit)
@@ -376,7 +398,8 @@ TEST(a_relay, whose_pin_does_not_open_does_not_stop_the_unit)
 TEST(a_virtual_output, puts_its_triggers_on_the_grid_and_has_the_level_of_its_list)
 {
     unit unit;
-    unit.virtuals(2).set_json("virtual/vgpio_0", R"({"type": 2, "trigger": "Eth Link Down, AC Power Off", "invert_trigger": "0, 1"})");
+    unit.virtuals(2).set_json("virtual/vgpio_0",
+                              R"({"type": 2, "trigger": "Eth Link Down, AC Power Off", "invert_trigger": "0, 1"})");
     unit.set_json("virtual/vgpio_1", R"({"type": 2, "trigger": "Eth Link Down", "invert_trigger": "0"})");
     ASSERT_EQ(unit.start(), 0);
     EXPECT_EQ(zel::gpios[0].state, 1);
@@ -390,7 +413,11 @@ TEST(a_virtual_output, puts_its_triggers_on_the_grid_and_has_the_level_of_its_li
 TEST(a_virtual_input, enters_its_source_in_the_list_of_remote_outputs)
 {
     unit unit;
-    unit.ember().virtuals(3).set("virtual/vgpio_0/type", 1).set("virtual/vgpio_0/vgpo_src", "vGPO1@B").set("virtual/vgpio_1/type", 1);
+    unit.ember()
+        .virtuals(3)
+        .set("virtual/vgpio_0/type", 1)
+        .set("virtual/vgpio_0/vgpo_src", "vGPO1@B")
+        .set("virtual/vgpio_1/type", 1);
     unit.set("virtual/vgpio_1/vgpo_src", "").set("virtual/vgpio_2/type", 1).set("virtual/vgpio_2/vgpo_src", "vGPO1@B");
     ASSERT_EQ(unit.start(), 0);
     EXPECT_STREQ(zel::gpios[0].vgpo_src, "vGPO1@B");
@@ -404,7 +431,10 @@ TEST(a_virtual_input, enters_its_source_in_the_list_of_remote_outputs)
 TEST(a_user_led, has_one_handler_entry_that_is_bound_when_the_host_registers_it)
 {
     unit unit;
-    unit.buttons(2).set("user_buttons/led_1/type", 2).set("user_buttons/led_1/trigger", "Eth Link Down").set("user_buttons/led_1/invert_trigger", "0");
+    unit.buttons(2)
+        .set("user_buttons/led_1/type", 2)
+        .set("user_buttons/led_1/trigger", "Eth Link Down")
+        .set("user_buttons/led_1/invert_trigger", "0");
     ASSERT_EQ(unit.start(), 0);
     for (const int32_t led : {1, 3}) {
         EXPECT_EQ(zel::gpios[led].num_handlers, 1);

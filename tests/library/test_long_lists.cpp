@@ -46,12 +46,14 @@ void store_everywhere(unit &unit, const list_texts &texts)
     unit.set("physical/gpio_0/handler", texts.names.c_str()).set("physical/gpio_0/handler_invert", texts.inverts.c_str());
     unit.set("physical/gpio_1/trigger", texts.names.c_str()).set("physical/gpio_1/invert_trigger", texts.inverts.c_str());
     unit.set("relay/relay_0/triggers", texts.names.c_str()).set("relay/relay_0/trigger_invert", texts.inverts.c_str());
-    unit.set("handler_info/Record/triggers", texts.names.c_str()).set("handler_info/Record/trigger_inverts", texts.inverts.c_str());
+    unit.set("handler_info/Record/triggers", texts.names.c_str())
+        .set("handler_info/Record/trigger_inverts", texts.inverts.c_str());
 }
 
-constexpr const char *saved_lists[][2] = {
-    {"gpio/physical/gpio_0/handler", "gpio/physical/gpio_0/handler_invert"}, {"gpio/physical/gpio_1/trigger", "gpio/physical/gpio_1/invert_trigger"},
-    {"gpio/relay/relay_0/triggers", "gpio/relay/relay_0/trigger_invert"},    {"gpio/handler_info/Record/triggers", "gpio/handler_info/Record/trigger_inverts"}};
+constexpr const char *saved_lists[][2] = {{"gpio/physical/gpio_0/handler", "gpio/physical/gpio_0/handler_invert"},
+                                          {"gpio/physical/gpio_1/trigger", "gpio/physical/gpio_1/invert_trigger"},
+                                          {"gpio/relay/relay_0/triggers", "gpio/relay/relay_0/trigger_invert"},
+                                          {"gpio/handler_info/Record/triggers", "gpio/handler_info/Record/trigger_inverts"}};
 
 void save_everything(unit &unit)
 {

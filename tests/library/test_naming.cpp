@@ -58,12 +58,13 @@ TEST(configuration_keys, count_physical_virtual_and_relays_from_0_and_buttons_an
     unit unit;
     unit.gpis(1).coughs(1).relays(2).virtuals(2).buttons(2);
     ASSERT_EQ(unit.start(), 0);
-    EXPECT_EQ(unit.take_of("json make"),
-              (lines{"json make gpio", "json make gpio/physical", "json make gpio/relay", "json make gpio/virtual", "json make gpio/user_buttons",
-                     "json make gpio/handler_info", "json make gpio/physical/gpio_0", "json make gpio/physical/gpio_1",
-                     "json make gpio/relay/relay_0", "json make gpio/relay/relay_1", "json make gpio/virtual/vgpio_0",
-                     "json make gpio/virtual/vgpio_1", "json make gpio/user_buttons/btn_1", "json make gpio/user_buttons/led_1",
-                     "json make gpio/user_buttons/btn_2", "json make gpio/user_buttons/led_2"}));
+    EXPECT_EQ(
+        unit.take_of("json make"),
+        (lines{"json make gpio", "json make gpio/physical", "json make gpio/relay", "json make gpio/virtual",
+               "json make gpio/user_buttons", "json make gpio/handler_info", "json make gpio/physical/gpio_0",
+               "json make gpio/physical/gpio_1", "json make gpio/relay/relay_0", "json make gpio/relay/relay_1",
+               "json make gpio/virtual/vgpio_0", "json make gpio/virtual/vgpio_1", "json make gpio/user_buttons/btn_1",
+               "json make gpio/user_buttons/led_1", "json make gpio/user_buttons/btn_2", "json make gpio/user_buttons/led_2"}));
 }
 
 TEST(on_grid, is_a_plain_search_in_the_saved_text)

@@ -40,14 +40,34 @@ TEST(tables, keep_the_order_of_their_fields)
     const std::vector<size_t> trigger{offsetof(trigger_t, id), offsetof(trigger_t, name), offsetof(trigger_t, state),
         offsetof(trigger_t, port_trigger), offsetof(trigger_t, on_grid), offsetof(trigger_t, ember_param)};
     using port_t = zel::gpio_port_t;
-    const std::vector<size_t> port{offsetof(port_t, index), offsetof(port_t, gpio_class), offsetof(port_t, pin), offsetof(port_t, type),
-        offsetof(port_t, input_mode), offsetof(port_t, handler_names), offsetof(port_t, handlers), offsetof(port_t, handler_inv),
-        offsetof(port_t, num_handlers), offsetof(port_t, state), offsetof(port_t, ignore_irq), offsetof(port_t, trigger_names),
-        offsetof(port_t, trig_ids), offsetof(port_t, trig_inv), offsetof(port_t, num_trigs), offsetof(port_t, active_trigs),
-        offsetof(port_t, vgpo_src), offsetof(port_t, vgpo_src_valid), offsetof(port_t, ember_node), offsetof(port_t, ember_type),
-        offsetof(port_t, ember_handlers), offsetof(port_t, ember_in_mode), offsetof(port_t, ember_vgpo_src),
-        offsetof(port_t, ember_triggers), offsetof(port_t, ember_active_triggers), offsetof(port_t, ember_state),
-        offsetof(port_t, vgpi_session), offsetof(port_t, vgpi_provider_addr)};
+    const std::vector<size_t> port{offsetof(port_t, index),
+                                   offsetof(port_t, gpio_class),
+                                   offsetof(port_t, pin),
+                                   offsetof(port_t, type),
+                                   offsetof(port_t, input_mode),
+                                   offsetof(port_t, handler_names),
+                                   offsetof(port_t, handlers),
+                                   offsetof(port_t, handler_inv),
+                                   offsetof(port_t, num_handlers),
+                                   offsetof(port_t, state),
+                                   offsetof(port_t, ignore_irq),
+                                   offsetof(port_t, trigger_names),
+                                   offsetof(port_t, trig_ids),
+                                   offsetof(port_t, trig_inv),
+                                   offsetof(port_t, num_trigs),
+                                   offsetof(port_t, active_trigs),
+                                   offsetof(port_t, vgpo_src),
+                                   offsetof(port_t, vgpo_src_valid),
+                                   offsetof(port_t, ember_node),
+                                   offsetof(port_t, ember_type),
+                                   offsetof(port_t, ember_handlers),
+                                   offsetof(port_t, ember_in_mode),
+                                   offsetof(port_t, ember_vgpo_src),
+                                   offsetof(port_t, ember_triggers),
+                                   offsetof(port_t, ember_active_triggers),
+                                   offsetof(port_t, ember_state),
+                                   offsetof(port_t, vgpi_session),
+                                   offsetof(port_t, vgpi_provider_addr)};
     using relay_t = zel::relay_t;   // the inverts stand before the ids here
     const std::vector<size_t> relay{offsetof(relay_t, index), offsetof(relay_t, pin), offsetof(relay_t, trigger_names),
         offsetof(relay_t, trig_inv), offsetof(relay_t, trig_ids), offsetof(relay_t, num_trigs), offsetof(relay_t, active_trigs),
@@ -209,7 +229,8 @@ TEST(port_triggers, are_registered_for_every_input_place_whatever_its_type_and_f
     for (int32_t i = 0; i < 7; ++i) {
         EXPECT_STREQ(trigger_list[5 + i].name, names[i]);
         EXPECT_EQ(trigger_list[5 + i].port_trigger, 1);
-        EXPECT_TRUE(unit.logged(std::string("2 register_trigger: Registered trigger '") + names[i] + "' (id = " + std::to_string(5 + i) + ")"));
+        EXPECT_TRUE(unit.logged(std::string("2 register_trigger: Registered trigger '") + names[i] +
+                                "' (id = " + std::to_string(5 + i) + ")"));
     }
     EXPECT_EQ(trigger_list[12].name, nullptr);
 }
@@ -272,6 +293,7 @@ TEST(counts, in_the_file_become_those_that_the_host_gave)
     EXPECT_EQ(zel_gpio_get_phys_gpio_count(), 3);
     EXPECT_EQ(zel_gpio_get_virt_gpio_count(), 4);
     EXPECT_EQ(zel_gpio_get_relay_count(), 2);
-    EXPECT_EQ(fake::only(unit.take(), {"json set gpio/physical/phys_gpio_count", "json set gpio/relay/relay_count", "json set gpio/virtual/virtual_gpio_count"}),
+    EXPECT_EQ(fake::only(unit.take(), {"json set gpio/physical/phys_gpio_count", "json set gpio/relay/relay_count",
+                                       "json set gpio/virtual/virtual_gpio_count"}),
               (lines{"json set gpio/physical/phys_gpio_count 3", "json set gpio/virtual/virtual_gpio_count 4"}));
 }

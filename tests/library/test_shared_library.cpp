@@ -20,7 +20,8 @@ TEST(the_shared_library, calls_the_programs_own_platform_functions)
         EXPECT_GT(unit.count_of(kind), 0) << kind;
     unit.edge(1, 1);
     EXPECT_EQ(unit.level(201), 1);
-    EXPECT_EQ(unit.journal_of("callback"), (lines{"callback Record source 0 state 0 context 1", "callback Record source 0 state 1 context 1"}));
+    EXPECT_EQ(unit.journal_of("callback"),
+              (lines{"callback Record source 0 state 0 context 1", "callback Record source 0 state 1 context 1"}));
     EXPECT_GT(unit.udp_queries(), 0);
     const fake::web_reply grid = unit.request("/cgi/gpioGrid.cgi", "a=b", nullptr);
     EXPECT_EQ(grid.status, 200);

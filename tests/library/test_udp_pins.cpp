@@ -61,8 +61,9 @@ TEST(udp_pin, given_twice_the_same_value_fires_once)
     EXPECT_EQ(fake::only(unit.take(), {"callback", "log", "ipc snmp send"}), lines{});
     EXPECT_EQ(zel_gpio_set_udp_pin(0, 0), 1);
     unit.loop();
-    EXPECT_EQ(fake::only(unit.take(), {"callback", "log"}),
-              (lines{"callback Record source 0 state 0 context 1", "log 2 zel_gpio_notify_trigger_event: event 'GPI 1' has ended"}));
+    EXPECT_EQ(
+        fake::only(unit.take(), {"callback", "log"}),
+        (lines{"callback Record source 0 state 0 context 1", "log 2 zel_gpio_notify_trigger_event: event 'GPI 1' has ended"}));
 }
 
 TEST(udp_pin, makes_interrupts_of_gpi_inputs_count_for_nothing_but_not_those_of_cough_ports)
@@ -242,7 +243,8 @@ TEST(pin_direction, output_of_an_input_listens_to_the_ports_first_trigger)
     unit.take();
     EXPECT_EQ(zel_gpio_set_pin_direction(0, 2), 1);
     EXPECT_EQ(zel::gpios[0].type, 2U);
-    EXPECT_EQ(fake::only(unit.journal(), {"pin 1", "pin 101 open", "pin 101 active_low"}), (lines{"pin 1 close", "pin 101 open 2", "pin 101 active_low 0"}));
+    EXPECT_EQ(fake::only(unit.journal(), {"pin 1", "pin 101 open", "pin 101 active_low"}),
+              (lines{"pin 1 close", "pin 101 open 2", "pin 101 active_low 0"}));
     ASSERT_EQ(zel::gpios[0].num_trigs, 1);
     EXPECT_STREQ(zel::gpios[0].trigger_names[0], "GPI 1");
     EXPECT_EQ(unit.json("gpio/physical/gpio_0/trigger"), "\"GPI 1\"");
@@ -298,7 +300,8 @@ TEST(user_button_led, is_enabled_as_an_output_and_has_the_state_of_its_handler)
 {
     unit unit;
     unit.gpis(1).virtuals(1).buttons(3);
-    unit.set_json("user_buttons/led_1", R"({"type": 2, "trigger": "Eth Link Down", "invert_trigger": "0"})").set("user_buttons/led_2/type", 1);
+    unit.set_json("user_buttons/led_1", R"({"type": 2, "trigger": "Eth Link Down", "invert_trigger": "0"})")
+        .set("user_buttons/led_2/type", 1);
     ASSERT_EQ(unit.start(), 0);
     unit.led_handler(0);
     EXPECT_EQ(zel_gpio_get_user_button_led_enabled(0), 1);
