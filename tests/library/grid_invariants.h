@@ -1,4 +1,5 @@
-// What holds after every call, whatever happened inside it: counts are numbers of active entries, and levels and pins follow them.
+// What holds after every call, whatever happened inside it: counts are numbers of active entries, and levels and pins follow
+// them.
 #pragma once
 
 #include "grid_test.h"

@@ -1,4 +1,5 @@
-// How the model's grid is changed: names, connections and types. Events are in grid_model_events.cpp, the file in grid_model_file.cpp.
+// How the model's grid is changed: names, connections and types. Events are in grid_model_events.cpp, the file in
+// grid_model_file.cpp.
 #include "grid_model.h"
 
 namespace grid_model {

@@ -1,6 +1,6 @@
 // A second, plain description of the grid, to be compared with the library after every step: triggers with states, ports,
-// relays, handlers, their lists, and the settings in the file. Nothing is shared with the library and nothing is clever: names are
-// strings, lists are vectors, active entries are counted from the states each time somebody has to know.
+// relays, handlers, their lists, and the settings in the file. Nothing is shared with the library and nothing is clever: names
+// are strings, lists are vectors, active entries are counted from the states each time somebody has to know.
 // It covers a unit without a provider, UDP commands and remote units, whose callbacks do not call back.
 #pragma once
 
@@ -114,7 +114,7 @@ private:
     // lookups
     int trigger_named(const std::string &name) const;
     int handler_named(const std::string &name) const;
-    bool is_registered(int trigger_id) const { return trigger_id >= 0 && trigger_id < slots && !triggers[static_cast<size_t>(trigger_id)].name.empty(); }
+    bool is_registered(int trigger_id) const;
     int first_free_handler() const;
     bool active(const entry &e) const { return e.id != none && triggers[static_cast<size_t>(e.id)].state != e.invert; }
     int count_active(const entries &list) const;

@@ -19,6 +19,11 @@ int grid::handler_named(const std::string &name) const
     return none;
 }
 
+bool grid::is_registered(int trigger_id) const
+{
+    return trigger_id >= 0 && trigger_id < slots && !triggers[static_cast<size_t>(trigger_id)].name.empty();
+}
+
 int grid::first_free_handler() const
 {
     int id = 0;
@@ -94,7 +99,8 @@ void grid::evaluate(int id, int source, bool momentary)
 void grid::call(int id, int source, bool momentary)
 {
     const handler &h = handlers[static_cast<size_t>(id)];
-    calls.push_back(h.registered_as + " " + std::to_string(source) + " " + std::to_string(h.state) + " " + std::to_string(momentary));
+    calls.push_back(h.registered_as + " " + std::to_string(source) + " " + std::to_string(h.state) + " " +
+        std::to_string(momentary));
 }
 
 void grid::evaluate_port_handlers(int i)

@@ -59,7 +59,8 @@ std::string grid::own_name(int i) const
 
 // ---- Start-up ----
 
-grid::grid(const description &unit, const settings &saved) : file(saved), gpis(unit.gpis), virtuals(unit.virtuals), first_button(gpis + virtuals)
+grid::grid(const description &unit, const settings &saved)
+    : file(saved), gpis(unit.gpis), virtuals(unit.virtuals), first_button(gpis + virtuals)
 {
     for (int id = 0; const char *name : {"Eth Link Down", "AoIP Link Down", "AC Power Off", "DC Power Off", "PTP Sync Lost"})
         triggers[static_cast<size_t>(id++)] = {name, false, text("on_grid_triggers").find(name) != std::string::npos};

@@ -10,8 +10,10 @@ namespace {
 void describe(unit &u)
 {
     u.virtuals(1).buttons(2).relays(1).set("user_buttons/btn_1/type", 1).set("user_buttons/btn_1/handler", "Bell");
-    u.set("user_buttons/btn_1/handler_invert", "0").set("user_buttons/led_1/type", 2).set("user_buttons/led_1/trigger", "User Button 1");
-    u.set("user_buttons/led_1/invert_trigger", "0").set("relay/relay_0/triggers", "User Button 1").set("relay/relay_0/trigger_invert", "0");
+    u.set("user_buttons/btn_1/handler_invert", "0").set("user_buttons/led_1/type", 2);
+    u.set("user_buttons/led_1/trigger", "User Button 1");
+    u.set("user_buttons/led_1/invert_trigger", "0").set("relay/relay_0/triggers", "User Button 1");
+    u.set("relay/relay_0/trigger_invert", "0");
 }
 
 }  // namespace
@@ -67,7 +69,8 @@ TEST(button_press, of_a_disabled_button_is_ignored)
     ASSERT_EQ(u.start(), 0);
     u.take();
     zel_gpio_notify_user_button_event(1);
-    EXPECT_LINES(u.take(), "log 2 zel_gpio_notify_user_button_event: Ignoring user button event as button id 1 is currently disabled");
+    EXPECT_LINES(u.take(),
+        "log 2 zel_gpio_notify_user_button_event: Ignoring user button event as button id 1 is currently disabled");
     EXPECT_EQ(trigger_list[7].state, 0);
 }
 
@@ -126,11 +129,13 @@ TEST(button, is_flipped_by_a_trigger_of_its_list_on_both_edges)
     ASSERT_EQ(zel::set_trigger_connection(0, 1, 1, 0, 0), 0);
     u.take(), u.forget_sent();
     u.raise("Eth Link Down");
-    EXPECT_LINES(u.take(), "log 2 zel_gpio_notify_trigger_event: event 'Eth Link Down' has occurred", "callback Bell source 1 state 1 context 0",
+    EXPECT_LINES(u.take(), "log 2 zel_gpio_notify_trigger_event: event 'Eth Link Down' has occurred",
+        "callback Bell source 1 state 1 context 0",
                  "ipc snmp send 9 (696 bytes)", "ember set gpio/user buttons/button 1/status 1 (8 bytes)");
     EXPECT_EQ(zel::gpios[1].state, 1);
     u.clear("Eth Link Down");
-    EXPECT_LINES(u.take(), "log 2 zel_gpio_notify_trigger_event: event 'Eth Link Down' has ended", "callback Bell source 1 state 0 context 0",
+    EXPECT_LINES(u.take(), "log 2 zel_gpio_notify_trigger_event: event 'Eth Link Down' has ended",
+        "callback Bell source 1 state 0 context 0",
                  "ipc snmp send 9 (696 bytes)", "ember set gpio/user buttons/button 1/status 0 (8 bytes)");
     EXPECT_EQ(zel::gpios[1].state, 0);
     EXPECT_LINES(told(u), "9 0", "9 0");
@@ -202,7 +207,8 @@ TEST(led, is_on_while_one_of_its_triggers_is_active)
     u.led_handler(0);
     u.take();
     u.raise("User Button 1"), u.raise("Eth Link Down"), u.clear("User Button 1"), u.clear("Eth Link Down");
-    EXPECT_LINES(u.take_of("callback"), "callback User LED 1 source 2 state 1 context 0", "callback User LED 1 source 2 state 1 context 0",
+    EXPECT_LINES(u.take_of("callback"), "callback User LED 1 source 2 state 1 context 0",
+        "callback User LED 1 source 2 state 1 context 0",
                  "callback User LED 1 source 2 state 1 context 0", "callback User LED 1 source 2 state 0 context 0");
     EXPECT_EQ(zel::gpios[2].state, 0);
 }
@@ -229,19 +235,23 @@ TEST(toggled_handler, calls_back_with_no_source_and_drives_the_triggers_of_its_l
 {
     unit u;
     u.relays(1).set("on_grid_handlers", "Mute").set("handler_info/Mute/triggers", "Mute, Unknown, Eth Link Down");
-    u.set("handler_info/Mute/trigger_inverts", "0, 0, 1").set("relay/relay_0/triggers", "Mute").set("relay/relay_0/trigger_invert", "0");
+    u.set("handler_info/Mute/trigger_inverts", "0, 0, 1").set("relay/relay_0/triggers", "Mute");
+    u.set("relay/relay_0/trigger_invert", "0");
     ASSERT_EQ(u.start(), 0);
     u.trigger("Mute"), u.handler("Mute");
     u.raise("Eth Link Down");
     ASSERT_EQ(handler_list[0].state, 0);
     u.take();
     EXPECT_EQ(zel_gpio_set_handler_state(0), 0);
-    EXPECT_LINES(u.take(), "callback Mute source -1 state 1 context 0", "log 2 zel_gpio_notify_trigger_event: event 'Mute' has occurred",
+    EXPECT_LINES(u.take(), "callback Mute source -1 state 1 context 0",
+        "log 2 zel_gpio_notify_trigger_event: event 'Mute' has occurred",
                  "pin 201 write 1", "ipc snmp send 11 (416 bytes)", "callback Mute source 0 state 1 context 0",
-                 "log 2 zel_gpio_notify_trigger_event: event 'Eth Link Down' has ended", "callback Mute source 0 state 1 context 0");
+                 "log 2 zel_gpio_notify_trigger_event: event 'Eth Link Down' has ended",
+                 "callback Mute source 0 state 1 context 0");
     EXPECT_EQ(handler_list[0].active_trigs, 2);
     EXPECT_EQ(zel_gpio_set_handler_state(0), 0);
-    EXPECT_LINES(u.take(), "callback Mute source -1 state 0 context 0", "log 2 zel_gpio_notify_trigger_event: event 'Mute' has ended",
+    EXPECT_LINES(u.take(), "callback Mute source -1 state 0 context 0",
+        "log 2 zel_gpio_notify_trigger_event: event 'Mute' has ended",
                  "pin 201 write 0", "ipc snmp send 11 (416 bytes)", "callback Mute source 0 state 1 context 0");
     EXPECT_EQ(trigger_list[0].state, 0) << "the handler is on again by its other entry when its turn comes";
 }
@@ -270,7 +280,8 @@ TEST(toggled_handler, that_an_input_asserts_stays_on_and_still_drives_its_trigge
     EXPECT_EQ(zel_gpio_set_handler_state(0), 0);
     EXPECT_EQ(handler_list[0].state, 1);
     EXPECT_EQ(trigger_list[0].state, 1);
-    EXPECT_LINES(u.take(), "log 2 zel_gpio_notify_trigger_event: event 'Eth Link Down' has occurred", "callback Mute source 0 state 1 context 0");
+    EXPECT_LINES(u.take(), "log 2 zel_gpio_notify_trigger_event: event 'Eth Link Down' has occurred",
+        "callback Mute source 0 state 1 context 0");
 }
 
 TEST(toggled_handler, in_a_mirrored_pair_takes_its_mirror_along)
@@ -302,8 +313,10 @@ TEST(toggled_handler, that_does_not_exist_is_refused)
     u.take();
     for (const int32_t id : {-1, 1, 199, 200, 201, INT32_MAX, INT32_MIN})
         EXPECT_EQ(zel_gpio_set_handler_state(id), -1);
-    EXPECT_LINES(u.take(), "log 0 zel_gpio_set_handler_state: Invalid handler_id (-1)", "log 0 zel_gpio_set_handler_state: Invalid handler_id (1)",
-                 "log 0 zel_gpio_set_handler_state: Invalid handler_id (199)", "log 0 zel_gpio_set_handler_state: Invalid handler_id (200)",
+    EXPECT_LINES(u.take(), "log 0 zel_gpio_set_handler_state: Invalid handler_id (-1)",
+        "log 0 zel_gpio_set_handler_state: Invalid handler_id (1)",
+                 "log 0 zel_gpio_set_handler_state: Invalid handler_id (199)",
+                 "log 0 zel_gpio_set_handler_state: Invalid handler_id (200)",
                  "log 0 zel_gpio_set_handler_state: Invalid handler_id (201)",
                  "log 0 zel_gpio_set_handler_state: Invalid handler_id (2147483647)",
                  "log 0 zel_gpio_set_handler_state: Invalid handler_id (-2147483648)");

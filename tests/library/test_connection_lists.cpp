@@ -54,9 +54,11 @@ TEST(saved_lists, are_read_with_their_inverts_and_put_their_triggers_on_the_grid
 {
     unit u;
     u.gpis(1).relays(1).virtuals(1).buttons(1);
-    u.set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "Eth Link Down, On Air").set("physical/gpio_0/invert_trigger", "1, 0");
+    u.set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "Eth Link Down, On Air");
+    u.set("physical/gpio_0/invert_trigger", "1, 0");
     u.set("virtual/vgpio_0/type", 2).set("virtual/vgpio_0/trigger", "AoIP Link Down").set("virtual/vgpio_0/invert_trigger", "7");
-    u.set("user_buttons/led_1/type", 2).set("user_buttons/led_1/trigger", "AC Power Off, , GPI 1").set("user_buttons/led_1/invert_trigger", "1, 1, 1");
+    u.set("user_buttons/led_1/type", 2).set("user_buttons/led_1/trigger", "AC Power Off, , GPI 1");
+    u.set("user_buttons/led_1/invert_trigger", "1, 1, 1");
     u.set("relay/relay_0/triggers", "DC Power Off, DC Power Off").set("relay/relay_0/trigger_invert", "0, 1");
     ASSERT_EQ(u.start(), 0);
     EXPECT_EQ(port_list(0), "!Eth Link Down#0 On Air#-1");
@@ -75,7 +77,8 @@ TEST(saved_lists, without_inverts_an_input_is_completed_and_keeps_all_that_the_f
     u.gpis(1).virtuals(1).buttons(1).set("on_grid_handlers", "Play, Other").set("on_grid_triggers", "Door");
     for (const char *object : {"physical/gpio_0", "virtual/vgpio_0", "user_buttons/btn_1"})
         u.set(object + std::string("/type"), 1).set(object + std::string("/handler"), "Record, Play");
-    u.set("physical/gpio_0/input_mode", 1).set("user_buttons/btn_1/input_mode", 1).set("virtual/vgpio_0/vgpo_src", "vGPO1@Studio 2");
+    u.set("physical/gpio_0/input_mode", 1).set("user_buttons/btn_1/input_mode", 1);
+    u.set("virtual/vgpio_0/vgpo_src", "vGPO1@Studio 2");
     ASSERT_EQ(u.start(), 0);
     for (const int32_t port : {0, 1, 2})
         EXPECT_EQ(port_handlers(port), "Record#-1 Play#-1");
@@ -113,7 +116,8 @@ TEST(saved_lists, without_inverts_an_output_and_a_relay_are_completed)
 TEST(saved_lists, of_values_that_are_no_texts_are_empty)
 {
     unit u;
-    u.gpis(1).relays(1).set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", 7).set_json("physical/gpio_0/invert_trigger", "[1]");
+    u.gpis(1).relays(1).set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", 7);
+    u.set_json("physical/gpio_0/invert_trigger", "[1]");
     u.set_json("relay/relay_0/triggers", "{}").set("relay/relay_0/trigger_invert", 1);
     ASSERT_EQ(u.start(), 0);
     EXPECT_EQ(port_list(0), "");
@@ -181,7 +185,8 @@ TEST(exchange_texts, a_rebuilt_list_counts_its_active_entries_anew)
     ASSERT_EQ(u.start(), 0);
     u.handler("Lamp");
     u.raise("DC Power Off");
-    for (const auto &[ids, inverts, active] : {std::tuple{"3,4", "0,0", 1}, {"3,4", "0,1", 2}, {"3,4", "1,0", 0}, {"3,3,3", "0,0,1", 2}}) {
+    for (const auto &[ids, inverts, active] :
+         {std::tuple{"3,4", "0,0", 1}, {"3,4", "0,1", 2}, {"3,4", "1,0", 0}, {"3,3,3", "0,0,1", 2}}) {
         EXPECT_EQ(zel::set_gpio_trigger_list(0, ids, inverts, 0), 0);
         EXPECT_EQ(zel::set_relay_trigger_list(0, ids, inverts, 0), 0);
         EXPECT_EQ(zel::set_handler_trigger_list(0, ids, inverts, 0), 0);
@@ -220,12 +225,16 @@ TEST(list_change, of_an_output_is_saved_driven_published_and_sent)
     ASSERT_EQ(u.start(), 0);
     u.take(), u.forget_sent();
     EXPECT_EQ(zel::set_gpio_trigger_list(0, "0,2", "1,0", 0), 0);
-    EXPECT_LINES(u.take(), "log 4 update_gpio_json: Updating json entry: 'gpio_0' (new type = 2)", "json set gpio/physical/gpio_0/type 2",
+    EXPECT_LINES(u.take(), "log 4 update_gpio_json: Updating json entry: 'gpio_0' (new type = 2)",
+        "json set gpio/physical/gpio_0/type 2",
                  "json remove gpio/physical/gpio_0/handler (absent)", "json remove gpio/physical/gpio_0/trigger",
                  "json remove gpio/physical/gpio_0/invert_trigger", "json remove gpio/physical/gpio_0/input_mode (absent)",
-                 "json set gpio/physical/gpio_0/trigger \"Eth Link Down, AC Power Off\"", "json set gpio/physical/gpio_0/invert_trigger \"1, 0\"",
-                 "json set gpio/on_grid_triggers \"Eth Link Down, AC Power Off\"", "json set gpio/on_grid_handlers \"\"", "pin 101 write 1",
-                 "ember set gpio/physical/gpio 1/type 2 (8 bytes)", "ember set gpio/physical/gpio 1/input functions \"\" (1 bytes)",
+                 "json set gpio/physical/gpio_0/trigger \"Eth Link Down, AC Power Off\"",
+                 "json set gpio/physical/gpio_0/invert_trigger \"1, 0\"",
+                 "json set gpio/on_grid_triggers \"Eth Link Down, AC Power Off\"", "json set gpio/on_grid_handlers \"\"",
+                 "pin 101 write 1",
+                 "ember set gpio/physical/gpio 1/type 2 (8 bytes)",
+                 "ember set gpio/physical/gpio 1/input functions \"\" (1 bytes)",
                  "ember set gpio/physical/gpio 1/output triggers \"!Eth Link Down, AC Power Off\" (29 bytes)",
                  "ember set gpio/physical/gpio 1/active triggers \"!Eth Link Down\" (15 bytes)",
                  "ember set gpio/physical/gpio 1/input mode 0 (8 bytes)", "ember set gpio/physical/gpio 1/status 1 (4 bytes)",
@@ -242,7 +251,8 @@ TEST(list_change, of_an_output_that_came_through_the_tree_is_not_written_back_to
     u.take();
     EXPECT_EQ(zel::set_gpio_trigger_list(0, "2", "0", 1), 0);
     EXPECT_LINES(u.take_of("ember"), "ember set gpio/physical/gpio 1/type 2 (8 bytes)",
-                 "ember set gpio/physical/gpio 1/active triggers \"\" (1 bytes)", "ember set gpio/physical/gpio 1/input mode 0 (8 bytes)",
+                 "ember set gpio/physical/gpio 1/active triggers \"\" (1 bytes)",
+                 "ember set gpio/physical/gpio 1/input mode 0 (8 bytes)",
                  "ember set gpio/physical/gpio 1/status 0 (4 bytes)");
     EXPECT_EQ(zel::set_relay_trigger_list(0, "2", "0", 1), 0);
     EXPECT_LINES(u.take_of("ember"), "ember set gpio/physical/relay 1/status 0 (4 bytes)",
@@ -354,7 +364,8 @@ TEST(list_change, of_a_relay_is_saved_driven_published_and_sent)
     EXPECT_LINES(u.take(), "json set gpio/relay/relay_1/triggers \"PTP Sync Lost, Eth Link Down\"",
                  "json set gpio/relay/relay_1/trigger_invert \"1, 0\"", "pin 202 write 1",
                  "ember set gpio/physical/relay 2/output triggers \"PTP Sync Lost, Eth Link Down\" (29 bytes)",
-                 "ember set gpio/physical/relay 2/status 1 (4 bytes)", "ember set gpio/physical/relay 2/active triggers \"\" (1 bytes)",
+                 "ember set gpio/physical/relay 2/status 1 (4 bytes)",
+                 "ember set gpio/physical/relay 2/active triggers \"\" (1 bytes)",
                  "ipc snmp send 11 (416 bytes)");
     EXPECT_LINES(told(u), "11 1");
 }
@@ -383,7 +394,8 @@ TEST(list_change, of_a_handler_is_saved_and_calls_it_every_time)
     u.take(), u.forget_sent();
     EXPECT_EQ(zel::set_handler_trigger_list(0, "0", "1", 0), 0);
     EXPECT_LINES(u.take(), "log 2 update_handler_json: Updating json entry: 'Lamp'",
-                 "json set gpio/handler_info/Lamp/triggers \"Eth Link Down\"", "json set gpio/handler_info/Lamp/trigger_inverts \"1\"",
+                 "json set gpio/handler_info/Lamp/triggers \"Eth Link Down\"",
+                 "json set gpio/handler_info/Lamp/trigger_inverts \"1\"",
                  "callback Lamp source 0 state 1 context 0");
     EXPECT_EQ(zel::set_handler_trigger_list(0, "0", "1", 0), 0);
     EXPECT_LINES(u.take_of("callback"), "callback Lamp source 0 state 1 context 0");
@@ -425,7 +437,8 @@ TEST(list_change, of_a_handler_with_no_such_id_is_refused)
     for (const int32_t id : {-1, 200, 201})
         EXPECT_EQ(zel::set_handler_trigger_list(id, "0", "1", 0), -1);
     EXPECT_LINES(u.take(), "log 0 set_handler_trigger_list: handler id -1 not found",
-                 "log 0 set_handler_trigger_list: handler id 200 not found", "log 0 set_handler_trigger_list: handler id 201 not found");
+                 "log 0 set_handler_trigger_list: handler id 200 not found",
+                 "log 0 set_handler_trigger_list: handler id 201 not found");
 }
 
 TEST(list_change, of_an_inputs_handlers_is_saved_evaluated_published_and_sent)
@@ -437,15 +450,20 @@ TEST(list_change, of_an_inputs_handlers_is_saved_evaluated_published_and_sent)
     u.handler("Record"), u.handler("Play");
     u.take(), u.forget_sent();
     EXPECT_EQ(zel::set_gpio_handler_list(1, "1,0", "0,1", 0), 0);
-    EXPECT_LINES(u.take(), "log 4 update_gpio_json: Updating json entry: 'gpio_1' (new type = 1)", "json set gpio/physical/gpio_1/type 1",
+    EXPECT_LINES(u.take(), "log 4 update_gpio_json: Updating json entry: 'gpio_1' (new type = 1)",
+        "json set gpio/physical/gpio_1/type 1",
                  "json remove gpio/physical/gpio_1/handler", "json remove gpio/physical/gpio_1/trigger (absent)",
                  "json remove gpio/physical/gpio_1/invert_trigger (absent)", "json remove gpio/physical/gpio_1/input_mode",
-                 "json set gpio/physical/gpio_1/handler \"Play, Record\"", "json set gpio/physical/gpio_1/handler_invert \"0, 1\"",
-                 "json set gpio/physical/gpio_1/input_mode 1", "json set gpio/on_grid_triggers \"\"", "json make gpio/handler_info/Record",
+                 "json set gpio/physical/gpio_1/handler \"Play, Record\"",
+                 "json set gpio/physical/gpio_1/handler_invert \"0, 1\"",
+                 "json set gpio/physical/gpio_1/input_mode 1", "json set gpio/on_grid_triggers \"\"",
+                 "json make gpio/handler_info/Record",
                  "json make gpio/handler_info/Play", "json set gpio/on_grid_handlers \"Record, Play\"",
                  "callback Play source 1 state 1 context 1", "callback Record source 1 state 0 context 1",
-                 "ember set gpio/physical/gpio 2/type 1 (8 bytes)", "ember set gpio/physical/gpio 2/input functions \"Play, Record\" (13 bytes)",
-                 "ember set gpio/physical/gpio 2/output triggers \"\" (1 bytes)", "ember set gpio/physical/gpio 2/active triggers \"\" (1 bytes)",
+                 "ember set gpio/physical/gpio 2/type 1 (8 bytes)",
+                 "ember set gpio/physical/gpio 2/input functions \"Play, Record\" (13 bytes)",
+                 "ember set gpio/physical/gpio 2/output triggers \"\" (1 bytes)",
+                 "ember set gpio/physical/gpio 2/active triggers \"\" (1 bytes)",
                  "ember set gpio/physical/gpio 2/input mode 1 (8 bytes)", "ember set gpio/physical/gpio 2/status 1 (4 bytes)",
                  "ipc snmp send 7 (696 bytes)");
     EXPECT_LINES(told(u), "7 1");

@@ -18,7 +18,7 @@ using grid_model::settings;
 namespace {
 
 constexpr grid_model::description unit_description{6, 3, 3, 2};
-constexpr int port_count = 6 + 3 + 4, first_button = 9;
+constexpr int port_count = 6 + 3 + 4;
 
 const char *const trigger_names[] = {"Door", "Fire", "Mute", "Talk", "Lamp", "Bell"};
 const char *const handler_names[] = {"Record", "Stop", "Mute", "Talk", "Lamp", "Bell"};   // most are in both: mirrored pairs
@@ -68,13 +68,15 @@ std::string text_of(const grid_model::entries &list, bool with_locks)
 {
     std::string text;
     for (const grid_model::entry &e : list)
-        text += (text.empty() ? "" : " ") + entry_text(e.name.c_str(), e.id, e.invert) + (with_locks && !e.may_invert ? "(locked)" : "");
+        text += (text.empty() ? "" : " ") + entry_text(e.name.c_str(), e.id, e.invert) +
+                (with_locks && !e.may_invert ? "(locked)" : "");
     return text;
 }
 
 std::string model_port(const grid_model::port &p)
 {
-    std::string text = "type " + std::to_string(p.type) + " state " + std::to_string(p.state) + " first " + std::to_string(p.first_trigger());
+    std::string text = "type " + std::to_string(p.type) + " state " + std::to_string(p.state) + " first " +
+        std::to_string(p.first_trigger());
     if (p.type == grid_model::output && p.kind == grid_model::physical)
         text += " pin " + std::to_string(p.out_pin);
     if (p.type == grid_model::output)
@@ -90,7 +92,8 @@ std::string model_port(const grid_model::port &p)
 std::string library_port(const unit &u, int32_t index)
 {
     const zel::gpio_port_t &p = zel::gpios[index];
-    std::string text = "type " + std::to_string(p.type) + " state " + std::to_string(p.state) + " first " + std::to_string(p.trig_ids[0]);
+    std::string text = "type " + std::to_string(p.type) + " state " + std::to_string(p.state) + " first " +
+        std::to_string(p.trig_ids[0]);
     if (p.type == zel::type_output && p.gpio_class == zel::class_physical)
         text += " pin " + std::to_string(u.level(101 + index));
     if (p.type == zel::type_output)
@@ -104,7 +107,8 @@ std::string library_handler_list(const handler_t &h)
 {
     std::string text;
     for (int32_t k = 0; k < h.num_trigs; ++k)
-        text += (text.empty() ? "" : " ") + entry_text(h.trigger_names[k], h.trig_ids[k], h.trig_inv[k]) + (h.allow_invert[k] ? "" : "(locked)");
+        text += (text.empty() ? "" : " ") + entry_text(h.trigger_names[k], h.trig_ids[k], h.trig_inv[k]) +
+                (h.allow_invert[k] ? "" : "(locked)");
     return text;
 }
 
@@ -262,8 +266,8 @@ private:
         if (who == owner::handler && model.handlers[static_cast<size_t>(index)].is_led)
             return;
         const bool add = pick(5) < 3;
-        what = (add ? "connect trigger " : "disconnect trigger ") + std::to_string(trigger) + (invert ? " inverted" : "") + ", owner kind " +
-               std::to_string(static_cast<int>(who)) + " index " + std::to_string(index);
+        what = (add ? "connect trigger " : "disconnect trigger ") + std::to_string(trigger) + (invert ? " inverted" : "") +
+               ", owner kind " + std::to_string(static_cast<int>(who)) + " index " + std::to_string(index);
         same(zel::set_trigger_connection(static_cast<int>(who), add, index, trigger, static_cast<uint8_t>(invert)),
              add ? model.connect(who, index, trigger, invert != 0) : model.disconnect(who, index, trigger));
     }
@@ -274,8 +278,10 @@ private:
         if (model.ports[static_cast<size_t>(port)].type != grid_model::input)
             return;
         const bool add = pick(5) < 3;
-        what = (add ? "connect handler " : "disconnect handler ") + std::to_string(handler) + (invert ? " inverted" : "") + ", port " + std::to_string(port);
-        same(add ? zel::set_gpio_handler_connection(port, handler, static_cast<uint8_t>(invert)) : zel::remove_gpio_handler_connection(port, handler),
+        what = (add ? "connect handler " : "disconnect handler ") + std::to_string(handler) + (invert ? " inverted" : "") +
+            ", port " + std::to_string(port);
+        same(add ? zel::set_gpio_handler_connection(port, handler, static_cast<uint8_t>(invert))
+                 : zel::remove_gpio_handler_connection(port, handler),
              add ? model.connect_handler(port, handler, invert != 0) : model.disconnect_handler(port, handler));
     }
 
@@ -334,19 +340,43 @@ void describe(unit &u, const settings &file)
 
 settings first_file()
 {
-    return {{"physical/gpio_0/type", "1"},         {"physical/gpio_0/input_mode", "1"},      {"physical/gpio_1/type", "1"},
-            {"physical/gpio_2/type", "2"},         {"physical/gpio_2/trigger", "\"GPI 1, Fire\""}, {"physical/gpio_2/invert_trigger", "\"0, 1\""},
-            {"physical/gpio_3/type", "2"},         {"physical/gpio_4/type", "1"},            {"physical/gpio_4/handler", "\"Record, Mute\""},
-            {"relay/relay_0/triggers", "\"Door, GPI 1\""}, {"relay/relay_0/trigger_invert", "\"1, 0\""}, {"virtual/vgpio_0/type", "2"},
-            {"relay/relay_1/triggers", "\"GPI 2, Fire, GPI 2, Fire\""}, {"relay/relay_1/trigger_invert", "\"0, 1, 1, 0\""},
-            {"virtual/vgpio_2/type", "2"},         {"virtual/vgpio_2/trigger", "\"Bell, vGPI 1, Bell\""}, {"virtual/vgpio_2/invert_trigger", "\"1, 0, 0\""},
-            {"handler_info/Lamp/triggers", "\"Bell, AC Power Off, AC Power Off\""}, {"handler_info/Lamp/trigger_inverts", "\"1, 1, 0\""},
-            {"handler_info/Bell/triggers", "\"Lamp\""}, {"handler_info/Bell/trigger_inverts", "\"0\""},
-            {"virtual/vgpio_1/type", "1"},         {"virtual/vgpio_1/handler", "\"Stop\""},  {"virtual/vgpio_1/handler_invert", "\"1\""},
-            {"user_buttons/btn_1/type", "1"},      {"user_buttons/btn_2/type", "1"},         {"user_buttons/btn_2/input_mode", "1"},
-            {"user_buttons/led_1/type", "2"},      {"user_buttons/led_2/type", "2"},         {"on_grid_handlers", "\"Mute, Talk, Lamp, Bell\""},
-            {"on_grid_triggers", "\"Door\""},      {"handler_info/Mute/triggers", "\"Talk, Door\""}, {"handler_info/Mute/trigger_inverts", "\"0, 1\""},
-            {"handler_info/Talk/triggers", "\"Mute\""}, {"handler_info/Talk/trigger_inverts", "\"1\""}};
+    return {
+        {"handler_info/Bell/trigger_inverts", "\"0\""},
+        {"handler_info/Bell/triggers", "\"Lamp\""},
+        {"handler_info/Lamp/trigger_inverts", "\"1, 1, 0\""},
+        {"handler_info/Lamp/triggers", "\"Bell, AC Power Off, AC Power Off\""},
+        {"handler_info/Mute/trigger_inverts", "\"0, 1\""},
+        {"handler_info/Mute/triggers", "\"Talk, Door\""},
+        {"handler_info/Talk/trigger_inverts", "\"1\""},
+        {"handler_info/Talk/triggers", "\"Mute\""},
+        {"on_grid_handlers", "\"Mute, Talk, Lamp, Bell\""},
+        {"on_grid_triggers", "\"Door\""},
+        {"physical/gpio_0/input_mode", "1"},
+        {"physical/gpio_0/type", "1"},
+        {"physical/gpio_1/type", "1"},
+        {"physical/gpio_2/invert_trigger", "\"0, 1\""},
+        {"physical/gpio_2/trigger", "\"GPI 1, Fire\""},
+        {"physical/gpio_2/type", "2"},
+        {"physical/gpio_3/type", "2"},
+        {"physical/gpio_4/handler", "\"Record, Mute\""},
+        {"physical/gpio_4/type", "1"},
+        {"relay/relay_0/trigger_invert", "\"1, 0\""},
+        {"relay/relay_0/triggers", "\"Door, GPI 1\""},
+        {"relay/relay_1/trigger_invert", "\"0, 1, 1, 0\""},
+        {"relay/relay_1/triggers", "\"GPI 2, Fire, GPI 2, Fire\""},
+        {"user_buttons/btn_1/type", "1"},
+        {"user_buttons/btn_2/input_mode", "1"},
+        {"user_buttons/btn_2/type", "1"},
+        {"user_buttons/led_1/type", "2"},
+        {"user_buttons/led_2/type", "2"},
+        {"virtual/vgpio_0/type", "2"},
+        {"virtual/vgpio_1/handler", "\"Stop\""},
+        {"virtual/vgpio_1/handler_invert", "\"1\""},
+        {"virtual/vgpio_1/type", "1"},
+        {"virtual/vgpio_2/invert_trigger", "\"1, 0, 0\""},
+        {"virtual/vgpio_2/trigger", "\"Bell, vGPI 1, Bell\""},
+        {"virtual/vgpio_2/type", "2"},
+    };
 }
 
 void write_settings(std::FILE *to, const settings &file)

@@ -13,7 +13,8 @@ void describe_input(unit &u, const char *handlers, const char *inverts)
 {
     u.gpis(1).virtuals(1).relays(1).set("physical/gpio_0/type", 1).set("physical/gpio_0/input_mode", 1);
     u.set("physical/gpio_0/handler", handlers).set("physical/gpio_0/handler_invert", inverts);
-    u.set("on_grid_handlers", "Record").set("handler_info/Record/triggers", "Eth Link Down").set("handler_info/Record/trigger_inverts", "1");
+    u.set("on_grid_handlers", "Record").set("handler_info/Record/triggers", "Eth Link Down");
+    u.set("handler_info/Record/trigger_inverts", "1");
 }
 
 }  // namespace
@@ -36,7 +37,8 @@ TEST(handler_rename, follows_its_connections_in_this_order)
                  "json set gpio/physical/gpio_0/handler \"Tape, Play\"", "json set gpio/physical/gpio_0/handler_invert \"0, 1\"",
                  "json set gpio/physical/gpio_0/input_mode 1", "json set gpio/on_grid_triggers \"Eth Link Down\"",
                  "json make gpio/handler_info/Tape", "json set gpio/on_grid_handlers \"Tape\"",
-                 "log 2 update_handler_json: Updating json entry: 'Tape'", "json set gpio/handler_info/Tape/triggers \"Eth Link Down\"",
+                 "log 2 update_handler_json: Updating json entry: 'Tape'",
+                 "json set gpio/handler_info/Tape/triggers \"Eth Link Down\"",
                  "json set gpio/handler_info/Tape/trigger_inverts \"1\"", "ipc snmp send 13 (68 bytes)",
                  "json set gpio/on_grid_handlers \"Tape\"");
     EXPECT_LINES(told(u), "13 0 Tape");
@@ -81,7 +83,8 @@ TEST(handler_rename, names_that_are_missing_unknown_or_taken_change_nothing)
     EXPECT_EQ(zel_gpio_rename_handler("Tape", "Disc"), -1);
     EXPECT_EQ(zel_gpio_rename_handler("Record", "Play"), -1);
     EXPECT_EQ(zel_gpio_rename_handler("Record", "Record"), -1) << "its own name is taken, too";
-    EXPECT_LINES(u.take(), "log 0 zel_gpio_rename_handler: Invalid parameter: old_name = " + null_text + ", new_name = " + address(name),
+    EXPECT_LINES(u.take(), "log 0 zel_gpio_rename_handler: Invalid parameter: old_name = " + null_text + ", new_name = " +
+        address(name),
                  "log 0 zel_gpio_rename_handler: Invalid parameter: old_name = " + address(name) + ", new_name = " + null_text,
                  "log 0 zel_gpio_rename_handler: Handler: 'Tape' not found",
                  "log 0 zel_gpio_rename_handler: Duplicate handler called 'Play' is already registered",
@@ -143,15 +146,19 @@ TEST(handler_removal, tells_the_agent_disconnects_and_forgets_in_this_order)
     u.take(), u.forget_sent();
     EXPECT_EQ(zel_gpio_deregister_handler("Record"), 0);
     EXPECT_LINES(
-        u.take(), "log 4 zel_gpio_deregister_handler: SENDING SNMP HANDLER INFO (index = 0, name = '')", "ipc snmp send 13 (68 bytes)",
+        u.take(), "log 4 zel_gpio_deregister_handler: SENDING SNMP HANDLER INFO (index = 0, name = '')",
+            "ipc snmp send 13 (68 bytes)",
         "callback Record source 0 state 1 context 1", "log 4 update_gpio_json: Updating json entry: 'gpio_0' (new type = 1)",
-        "json set gpio/physical/gpio_0/type 1", "json remove gpio/physical/gpio_0/handler", "json remove gpio/physical/gpio_0/trigger (absent)",
+        "json set gpio/physical/gpio_0/type 1", "json remove gpio/physical/gpio_0/handler",
+        "json remove gpio/physical/gpio_0/trigger (absent)",
         "json remove gpio/physical/gpio_0/invert_trigger (absent)", "json remove gpio/physical/gpio_0/input_mode",
         "json set gpio/physical/gpio_0/handler \"Play\"", "json set gpio/physical/gpio_0/handler_invert \"0\"",
         "json set gpio/physical/gpio_0/input_mode 1", "json set gpio/on_grid_triggers \"Eth Link Down, AC Power Off\"",
-        "json make gpio/handler_info/Play", "json set gpio/on_grid_handlers \"Record, Play\"", "callback Play source 0 state 1 context 1",
+        "json make gpio/handler_info/Play", "json set gpio/on_grid_handlers \"Record, Play\"",
+        "callback Play source 0 state 1 context 1",
         "ember set gpio/physical/gpio 1/type 1 (8 bytes)", "ember set gpio/physical/gpio 1/input functions \"Play\" (5 bytes)",
-        "ember set gpio/physical/gpio 1/output triggers \"\" (1 bytes)", "ember set gpio/physical/gpio 1/active triggers \"\" (1 bytes)",
+        "ember set gpio/physical/gpio 1/output triggers \"\" (1 bytes)",
+        "ember set gpio/physical/gpio 1/active triggers \"\" (1 bytes)",
         "ember set gpio/physical/gpio 1/input mode 1 (8 bytes)", "ember set gpio/physical/gpio 1/status 1 (4 bytes)",
         "ipc snmp send 7 (696 bytes)", "log 2 update_handler_json: Updating json entry: 'Record'",
         "json set gpio/handler_info/Record/triggers \"AC Power Off\"", "json set gpio/handler_info/Record/trigger_inverts \"0\"",
@@ -162,11 +169,13 @@ TEST(handler_removal, tells_the_agent_disconnects_and_forgets_in_this_order)
     EXPECT_LINES(told(u), "13 0 ", "7 0");
 }
 
-TEST(handler_removal, clears_the_slot_but_keeps_id_state_and_mask)
+TEST(handler_removal, clears_the_slot_but_keeps_id_and_state)
 {
     unit u;
+    u.set("on_grid_handlers", "B");
     ASSERT_EQ(u.start(), 0);
     u.handler("A"), u.handler("B");
+    ASSERT_EQ(handler_list[1].on_grid, 1);
     ASSERT_EQ(zel_gpio_set_handler_state(1), 0);
     ASSERT_EQ(zel_gpio_deregister_handler("B"), 0);
     EXPECT_EQ(handler_list[1].name, nullptr);
@@ -214,7 +223,8 @@ TEST(handler_removal, takes_it_out_of_the_lists_of_all_ports)
     ASSERT_EQ(handler_list[0].port_mask, 7u);
     u.take();
     EXPECT_EQ(zel_gpio_deregister_handler("Record"), 0);
-    EXPECT_LINES(u.take_of("callback Record"), "callback Record source 0 state 1 context 0", "callback Record source 1 state 1 context 0",
+    EXPECT_LINES(u.take_of("callback Record"), "callback Record source 0 state 1 context 0",
+        "callback Record source 1 state 1 context 0",
                  "callback Record source 2 state 0 context 0");
     for (const int32_t port : {0, 1, 2})
         EXPECT_EQ(port_handlers(port), "!Play#1");
@@ -237,7 +247,8 @@ TEST(handler_removal, of_an_led_handler_leaves_an_led_that_still_follows_its_tri
 TEST(handler_removal, who_takes_the_slot_inherits_no_connection)
 {
     unit u;
-    u.set("on_grid_handlers", "Lamp").set("handler_info/Lamp/triggers", "Eth Link Down, On Air").set("handler_info/Lamp/trigger_inverts", "1, 1");
+    u.set("on_grid_handlers", "Lamp").set("handler_info/Lamp/triggers", "Eth Link Down, On Air");
+    u.set("handler_info/Lamp/trigger_inverts", "1, 1");
     ASSERT_EQ(u.start(), 0);
     u.handler("Lamp");
     ASSERT_EQ(zel_gpio_deregister_handler("Lamp"), 0);
@@ -251,7 +262,8 @@ TEST(handler_removal, who_takes_the_slot_inherits_no_connection)
 TEST(handler_removal, entries_of_unknown_triggers_do_not_stay_behind)
 {
     unit u;
-    u.set("on_grid_handlers", "Lamp").set("handler_info/Lamp/triggers", "On Air, Door").set("handler_info/Lamp/trigger_inverts", "1, 0");
+    u.set("on_grid_handlers", "Lamp").set("handler_info/Lamp/triggers", "On Air, Door");
+    u.set("handler_info/Lamp/trigger_inverts", "1, 0");
     ASSERT_EQ(u.start(), 0);
     u.handler("Lamp");
     ASSERT_EQ(zel_gpio_deregister_handler("Lamp"), 0);

@@ -221,7 +221,8 @@ TEST(full_lists, of_names_that_are_too_long_end_at_a_whole_entry_and_are_logged)
     EXPECT_EQ(zel::relays[0].active_trigs, 67);
     const std::string text = saved(u, "relay/relay_0/triggers");
     const size_t last = text.rfind(", ") + 2;
-    EXPECT_NE(std::find(names.begin(), names.end(), text.substr(last, text.size() - last - 1)), names.end()) << "the last entry is whole";
+    EXPECT_NE(std::find(names.begin(), names.end(), text.substr(last, text.size() - last - 1)),
+        names.end()) << "the last entry is whole";
     EXPECT_TRUE(all.names.size() + 2 == text.size() || u.count_of("log 0") + u.count_of("log 1") > 0);
     const std::string shown = u.value_of("gpio/physical/relay 1/output triggers");
     EXPECT_NE(std::find(names.begin(), names.end(), shown.substr(shown.rfind(", ") + 2)), names.end());

@@ -1,4 +1,5 @@
-// Memory that runs out while names and lists are made: one line in the log, what was made so far stays, nothing half-done is saved.
+// Memory that runs out while names and lists are made: one line in the log, what was made so far stays, nothing half-done is
+// saved.
 #include "grid_test.h"
 #include "library_allocations.h"
 #include "zel_gpio/connection_lists.h"
@@ -42,7 +43,8 @@ TEST(short_memory, a_list_of_triggers_ends_where_it_ran_out_and_is_neither_saved
     EXPECT_EQ(relay_list(0), "!Eth Link Down#0");
     EXPECT_EQ(zel::relays[0].active_trigs, 1);
     EXPECT_EQ(short_of_memory(0, [] { return zel::set_handler_trigger_list(0, "0,1,2", "1,1,1", 0); }), -1);
-    EXPECT_LINES(fake::without(u.take(), {"callback"}), "log 0 build_new_trigger_list: Failed to allocate memory for trigger name");
+    EXPECT_LINES(fake::without(u.take(), {"callback"}),
+        "log 0 build_new_trigger_list: Failed to allocate memory for trigger name");
     EXPECT_EQ(handler_triggers(0), "");
     EXPECT_EQ(handler_list[0].active_trigs, 0);
     EXPECT_LINES(told(u));

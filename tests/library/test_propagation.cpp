@@ -7,16 +7,19 @@ using namespace grid_test;
 
 namespace {
 
-/// Ports 0 and 1, a virtual output (2), a button (3) with its LED (4), two relays and the handler Lamp listen to Eth Link Down (0).
+/// Ports 0 and 1, a virtual output (2), a button (3) with its LED (4), two relays and the handler Lamp listen to Eth Link Down
+/// (0).
 void describe(unit &u)
 {
     u.gpis(2).relays(2).virtuals(1).buttons(1);
     u.set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "Eth Link Down").set("physical/gpio_0/invert_trigger", "0");
     u.set("virtual/vgpio_0/type", 2).set("virtual/vgpio_0/trigger", "Eth Link Down").set("virtual/vgpio_0/invert_trigger", "1");
-    u.set("user_buttons/led_1/type", 2).set("user_buttons/led_1/trigger", "Eth Link Down").set("user_buttons/led_1/invert_trigger", "0");
+    u.set("user_buttons/led_1/type", 2).set("user_buttons/led_1/trigger", "Eth Link Down");
+    u.set("user_buttons/led_1/invert_trigger", "0");
     u.set("relay/relay_0/triggers", "AC Power Off").set("relay/relay_0/trigger_invert", "0");
     u.set("relay/relay_1/triggers", "Eth Link Down").set("relay/relay_1/trigger_invert", "1");
-    u.set("on_grid_handlers", "Lamp").set("handler_info/Lamp/triggers", "Eth Link Down").set("handler_info/Lamp/trigger_inverts", "0");
+    u.set("on_grid_handlers", "Lamp").set("handler_info/Lamp/triggers", "Eth Link Down");
+    u.set("handler_info/Lamp/trigger_inverts", "0");
 }
 
 void register_all(unit &u)
@@ -38,7 +41,8 @@ TEST(trigger_event, reaches_ports_then_relays_then_handlers)
     zel_gpio_notify_trigger_event(0, 1);
     EXPECT_LINES(u.take(), "log 2 zel_gpio_notify_trigger_event: event 'Eth Link Down' has occurred", "pin 101 write 1",
                  "ipc snmp send 7 (696 bytes)", "ipc snmp send 8 (696 bytes)", "callback User LED 1 source 4 state 1 context 0",
-                 "ipc snmp send 10 (696 bytes)", "pin 202 write 0", "ipc snmp send 11 (416 bytes)", "callback Lamp source 0 state 1 context 0");
+                 "ipc snmp send 10 (696 bytes)", "pin 202 write 0", "ipc snmp send 11 (416 bytes)",
+                 "callback Lamp source 0 state 1 context 0");
     EXPECT_LINES(told(u), "7 0", "8 0", "10 0", "11 1");
     u.forget_sent();
     EXPECT_EQ(zel::gpios[0].state, 1);
@@ -47,7 +51,8 @@ TEST(trigger_event, reaches_ports_then_relays_then_handlers)
     zel_gpio_notify_trigger_event(0, 0);
     EXPECT_LINES(u.take(), "log 2 zel_gpio_notify_trigger_event: event 'Eth Link Down' has ended", "pin 101 write 0",
                  "ipc snmp send 7 (696 bytes)", "ipc snmp send 8 (696 bytes)", "callback User LED 1 source 4 state 0 context 0",
-                 "ipc snmp send 10 (696 bytes)", "pin 202 write 1", "ipc snmp send 11 (416 bytes)", "callback Lamp source 0 state 0 context 0");
+                 "ipc snmp send 10 (696 bytes)", "pin 202 write 1", "ipc snmp send 11 (416 bytes)",
+                 "callback Lamp source 0 state 0 context 0");
     EXPECT_LINES(told(u), "7 0", "8 0", "10 0", "11 1");
     EXPECT_EQ(zel::gpios[2].state, 1);
 }
@@ -60,7 +65,8 @@ TEST(trigger_event, is_published_to_the_tree)
     ASSERT_EQ(u.start(), 0);
     register_all(u);
     zel_gpio_notify_trigger_event(0, 1);
-    EXPECT_LINES(fake::only(u.take(), {"ember", "ipc", "pin"}), "pin 101 write 1", "ember set gpio/physical/gpio 1/type 2 (8 bytes)",
+    EXPECT_LINES(fake::only(u.take(), {"ember", "ipc", "pin"}), "pin 101 write 1",
+        "ember set gpio/physical/gpio 1/type 2 (8 bytes)",
                  "ember set gpio/physical/gpio 1/input functions \"\" (1 bytes)",
                  "ember set gpio/physical/gpio 1/output triggers \"Eth Link Down\" (14 bytes)",
                  "ember set gpio/physical/gpio 1/active triggers \"Eth Link Down\" (14 bytes)",
@@ -119,7 +125,8 @@ TEST(trigger_event, any_state_but_0_is_an_occurrence)
 TEST(trigger_event, an_inverted_output_is_on_until_the_event_occurs)
 {
     unit u;
-    u.gpis(1).set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "Eth Link Down").set("physical/gpio_0/invert_trigger", "1");
+    u.gpis(1).set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "Eth Link Down");
+    u.set("physical/gpio_0/invert_trigger", "1");
     ASSERT_EQ(u.start(), 0);
     EXPECT_EQ(u.level(101), 1);
     u.raise("Eth Link Down");
@@ -151,7 +158,8 @@ TEST(trigger_event, an_owner_that_lists_the_trigger_twice_is_told_twice)
     u.handler("Lamp");
     u.take(), u.forget_sent();
     u.raise("Eth Link Down");
-    EXPECT_LINES(fake::only(u.take(), {"pin", "callback"}), "pin 101 write 1", "pin 101 write 1", "callback Lamp source 0 state 0 context 0",
+    EXPECT_LINES(fake::only(u.take(), {"pin", "callback"}), "pin 101 write 1", "pin 101 write 1",
+        "callback Lamp source 0 state 0 context 0",
                  "callback Lamp source 0 state 1 context 0");
     EXPECT_LINES(told(u), "7 0", "7 0", "11 0", "11 0");
     EXPECT_EQ(zel::relays[0].active_trigs, 1);
@@ -195,8 +203,10 @@ TEST(trigger_event, an_output_whose_pin_did_not_open_is_no_obstacle)
 {
     unit u;
     u.gpis(2).virtuals(1).ember().fail("pin 101 open");
-    for (const char *object : {"physical/gpio_0", "physical/gpio_1"})
-        u.set(object + std::string("/type"), 2).set(object + std::string("/trigger"), "Eth Link Down").set(object + std::string("/invert_trigger"), "0");
+    for (const char *object : {"physical/gpio_0", "physical/gpio_1"}) {
+        u.set(object + std::string("/type"), 2).set(object + std::string("/trigger"), "Eth Link Down");
+        u.set(object + std::string("/invert_trigger"), "0");
+    }
     (void)u.start();
     u.raise("Eth Link Down");
     EXPECT_EQ(zel::gpios[0].state, 1);
@@ -251,7 +261,8 @@ TEST(relay, whose_pin_refuses_a_write_stays_counted)
 TEST(handler, is_called_on_every_evaluation_changed_or_not)
 {
     unit u;
-    u.set("on_grid_handlers", "Lamp").set("handler_info/Lamp/triggers", "Eth Link Down, AC Power Off").set("handler_info/Lamp/trigger_inverts", "0, 0");
+    u.set("on_grid_handlers", "Lamp").set("handler_info/Lamp/triggers", "Eth Link Down, AC Power Off");
+    u.set("handler_info/Lamp/trigger_inverts", "0, 0");
     ASSERT_EQ(u.start(), 0);
     u.handler("Lamp");
     u.take();
@@ -286,8 +297,10 @@ TEST(handler, behind_a_free_slot_hears_of_no_event)
 {
     unit u;
     u.set("on_grid_handlers", "A, B, C");
-    for (const char *name : {"A", "B", "C"})
-        u.set("handler_info/" + std::string(name) + "/triggers", "Eth Link Down").set("handler_info/" + std::string(name) + "/trigger_inverts", "0");
+    for (const char *name : {"A", "B", "C"}) {
+        u.set("handler_info/" + std::string(name) + "/triggers", "Eth Link Down");
+        u.set("handler_info/" + std::string(name) + "/trigger_inverts", "0");
+    }
     ASSERT_EQ(u.start(), 0);
     u.handler("A"), u.handler("B"), u.handler("C");
     ASSERT_EQ(zel_gpio_deregister_handler("B"), 0);
@@ -308,8 +321,10 @@ TEST(handler, that_missed_the_end_of_an_event_is_not_kept_on_by_it)
 {
     unit u;
     u.set("on_grid_handlers", "A, B");
-    for (const char *name : {"A", "B"})
-        u.set("handler_info/" + std::string(name) + "/triggers", "Eth Link Down, AC Power Off").set("handler_info/" + std::string(name) + "/trigger_inverts", "0, 0");
+    for (const char *name : {"A", "B"}) {
+        u.set("handler_info/" + std::string(name) + "/triggers", "Eth Link Down, AC Power Off");
+        u.set("handler_info/" + std::string(name) + "/trigger_inverts", "0, 0");
+    }
     ASSERT_EQ(u.start(), 0);
     u.handler("A"), u.handler("B");
     u.raise("Eth Link Down");
@@ -325,8 +340,10 @@ TEST(handler, is_on_while_an_input_or_a_trigger_keeps_it_on)
 {
     unit u;
     u.gpis(2);
-    for (const char *object : {"physical/gpio_0", "physical/gpio_1"})
-        u.set(object + std::string("/type"), 1).set(object + std::string("/input_mode"), 1).set(object + std::string("/handler"), "Lamp").set(object + std::string("/handler_invert"), "0");
+    for (const char *object : {"physical/gpio_0", "physical/gpio_1"}) {
+        u.set(object + std::string("/type"), 1).set(object + std::string("/input_mode"), 1);
+        u.set(object + std::string("/handler"), "Lamp").set(object + std::string("/handler_invert"), "0");
+    }
     ASSERT_EQ(u.start(), 0);
     u.handler("Lamp");
     ASSERT_EQ(zel::set_trigger_connection(2, 1, 0, 0, 0), 0);
@@ -366,7 +383,8 @@ TEST(handler, of_ports_from_index_64_on_is_called_but_not_asserted)
     for (const int32_t button : {0, 1, 2, 3})
         zel_gpio_notify_user_button_event(button);
     EXPECT_EQ(zel::gpios[70].state, 1);
-    EXPECT_LINES(u.take_of("callback Lamp"), "callback Lamp source 70 state 0 context 0", "callback Lamp source 72 state 0 context 0",
+    EXPECT_LINES(u.take_of("callback Lamp"), "callback Lamp source 70 state 0 context 0",
+        "callback Lamp source 72 state 0 context 0",
                  "callback Lamp source 74 state 0 context 0", "callback Lamp source 76 state 0 context 0");
     EXPECT_EQ(handler_list[0].port_mask, 0u);
     EXPECT_EQ(handler_list[0].state, 0);
@@ -379,7 +397,8 @@ TEST(handler, of_ports_from_index_64_on_is_called_but_not_asserted)
 TEST(handler, of_the_last_port_with_a_bit_is_asserted)
 {
     unit u;
-    u.virtuals(63).buttons(1).set("user_buttons/btn_1/type", 1).set("user_buttons/btn_1/handler", "Lamp").set("user_buttons/btn_1/handler_invert", "0");
+    u.virtuals(63).buttons(1).set("user_buttons/btn_1/type", 1).set("user_buttons/btn_1/handler", "Lamp");
+    u.set("user_buttons/btn_1/handler_invert", "0");
     ASSERT_EQ(u.start(), 0);
     u.handler("Lamp");
     zel_gpio_notify_user_button_event(0);
@@ -395,7 +414,8 @@ TEST(handler, of_the_last_port_with_a_bit_is_asserted)
 TEST(released_input, clears_its_bit_and_calls_each_of_its_handlers)
 {
     unit u;
-    u.gpis(1).set("physical/gpio_0/type", 1).set("physical/gpio_0/input_mode", 1).set("physical/gpio_0/handler", "Lamp, Horn, Gone");
+    u.gpis(1).set("physical/gpio_0/type", 1).set("physical/gpio_0/input_mode", 1);
+    u.set("physical/gpio_0/handler", "Lamp, Horn, Gone");
     u.set("physical/gpio_0/handler_invert", "1, 0, 1");
     ASSERT_EQ(u.start(), 0);
     u.handler("Lamp"), u.handler("Horn");

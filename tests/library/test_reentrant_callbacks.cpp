@@ -35,7 +35,8 @@ TEST(reentrant_callback, that_ends_the_event_it_is_told_of_leaves_nothing_on)
             u.clear("Eth Link Down");
     });
     u.handler("Last");
-    connect(of_handler, 0, eth), connect(of_handler, 1, eth), connect(of_handler, 1, ac), connect(of_relay, 0, eth), connect(of_port, led_2, eth);
+    connect(of_handler, 0, eth), connect(of_handler, 1, eth), connect(of_handler, 1, ac), connect(of_relay, 0, eth),
+        connect(of_port, led_2, eth);
     u.raise("AC Power Off");
     u.raise("Eth Link Down");
     EXPECT_EQ(trigger_list[eth].state, 0);
@@ -56,7 +57,8 @@ TEST(reentrant_callback, of_an_led_that_ends_the_event_before_relays_and_handler
         if (state == 1)
             u.clear("Eth Link Down");
     });
-    connect(of_port, led_1, eth), connect(of_port, led_2, eth), connect(of_relay, 0, eth), connect(of_relay, 1, eth, 1), connect(of_relay, 0, ac), connect(of_handler, 0, eth);
+    connect(of_port, led_1, eth), connect(of_port, led_2, eth), connect(of_relay, 0, eth), connect(of_relay, 1, eth, 1),
+        connect(of_relay, 0, ac), connect(of_handler, 0, eth);
     u.raise("AC Power Off");
     u.raise("Eth Link Down");
     EXPECT_EQ(zel::gpios[led_1].state, 0);
@@ -161,7 +163,8 @@ TEST(reentrant_callback, that_toggles_itself_ends_with_the_state_of_the_inner_ca
     armed = true;
     u.take();
     EXPECT_EQ(zel_gpio_set_handler_state(0), 0);
-    EXPECT_LINES(u.take_of("callback"), "callback First source -1 state 1 context 0", "callback First source -1 state 0 context 0");
+    EXPECT_LINES(u.take_of("callback"), "callback First source -1 state 1 context 0",
+        "callback First source -1 state 0 context 0");
     EXPECT_EQ(trigger_list[eth].state, 0);
     expect_consistent(u);
 }
@@ -170,7 +173,8 @@ TEST(reentrant_callback, that_registers_names_during_a_walk_binds_them_to_the_pr
 {
     unit u;
     describe(u);
-    u.set("on_grid_handlers", "First, Last, New").set("handler_info/New/triggers", "Eth Link Down, Fresh").set("handler_info/New/trigger_inverts", "0, 1");
+    u.set("on_grid_handlers", "First, Last, New").set("handler_info/New/triggers", "Eth Link Down, Fresh");
+    u.set("handler_info/New/trigger_inverts", "0, 1");
     ASSERT_EQ(u.start(), 0);
     bool armed = false;
     u.handler("First", [&](int32_t, uint8_t, uintptr_t) {
@@ -226,7 +230,8 @@ TEST(reentrant_callback, that_removes_the_trigger_being_reported_ends_it_everywh
         }
     });
     u.handler("Last");
-    connect(of_port, led_1, id), connect(of_port, led_2, id), connect(of_relay, 0, id), connect(of_handler, u.handler_id("Last"), id);
+    connect(of_port, led_1, id), connect(of_port, led_2, id), connect(of_relay, 0, id), connect(of_handler, u.handler_id("Last"),
+        id);
     armed = true;
     u.raise("On Air");
     EXPECT_EQ(trigger_list[id].name, nullptr);

@@ -1,5 +1,6 @@
 // Registering handlers and triggers: slots, duplicates, full tables, refusals, and how saved connections come back.
 #include "grid_test.h"
+#include "zel_gpio/registry.h"
 
 using namespace grid_test;
 
@@ -20,7 +21,8 @@ TEST(handler_registration, takes_a_slot_then_publishes_then_tells_the_agent)
     ASSERT_EQ(u.start(), 0);
     u.take(), u.forget_sent();
     EXPECT_EQ(u.handler("Record"), 0);
-    EXPECT_LINES(u.take(), "log 2 register_handler: Registered handler 'Record' (id = 0)", "ember add string gpio/handlers/h-0 = Record r",
+    EXPECT_LINES(u.take(), "log 2 register_handler: Registered handler 'Record' (id = 0)",
+        "ember add string gpio/handlers/h-0 = Record r",
                  "ipc snmp send 13 (68 bytes)");
     EXPECT_LINES(told(u), "13 0 Record");
 }
@@ -86,7 +88,8 @@ TEST(handler_registration, refuses_a_missing_name_or_callback)
     EXPECT_LINES(u.take(),
                  "log 0 zel_gpio_register_handler: Invalid parameter: handler_name = " + null_text +
                      ", handler_func = " + address(reinterpret_cast<const void *>(&nothing)),
-                 "log 0 zel_gpio_register_handler: Invalid parameter: handler_name = " + address(name) + ", handler_func = " + null_text);
+                 "log 0 zel_gpio_register_handler: Invalid parameter: handler_name = " + address(name) + ", handler_func = " +
+                 null_text);
     EXPECT_EQ(u.handler("Record"), 0);
 }
 
@@ -160,7 +163,8 @@ TEST(trigger_registration, takes_a_slot_then_publishes_then_tells_the_agent)
     ASSERT_EQ(u.start(), 0);
     u.take(), u.forget_sent();
     EXPECT_EQ(u.trigger("On Air"), 7) << "behind five built-in ones, GPI 1 and vGPI 1";
-    EXPECT_LINES(u.take(), "log 2 register_trigger: Registered trigger 'On Air' (id = 7)", "ember add string gpio/triggers/t-7 = On Air r",
+    EXPECT_LINES(u.take(), "log 2 register_trigger: Registered trigger 'On Air' (id = 7)",
+        "ember add string gpio/triggers/t-7 = On Air r",
                  "ipc snmp send 12 (68 bytes)");
     EXPECT_LINES(told(u), "12 7 On Air");
     EXPECT_NE(trigger_list[7].ember_param, nullptr);
@@ -190,7 +194,8 @@ TEST(trigger_registration, ports_register_theirs_in_the_order_of_the_table)
     unit u;
     u.gpis(2).coughs(1).virtuals(2).buttons(2).relays(1);
     ASSERT_EQ(u.start(), 0);
-    const lines names = {"Eth Link Down", "AoIP Link Down", "AC Power Off", "DC Power Off", "PTP Sync Lost", "GPI 1", "GPI 2", "COUGH 1",
+    const lines names = {"Eth Link Down", "AoIP Link Down", "AC Power Off", "DC Power Off", "PTP Sync Lost", "GPI 1", "GPI 2",
+        "COUGH 1",
                          "vGPI 1", "vGPI 2", "User Button 1", "User Button 2"};
     for (size_t id = 0; id < names.size(); ++id) {
         EXPECT_STREQ(trigger_list[id].name, names[id].c_str());
@@ -270,7 +275,8 @@ TEST(user_led_handler, is_bound_to_its_led_and_stays_out_of_tree_and_grid)
     EXPECT_EQ(port_handlers(4), "User LED 2#-1");
     u.take(), u.forget_sent();
     EXPECT_EQ(u.led_handler(1), 0);
-    EXPECT_LINES(u.take(), "log 2 register_handler: Registered handler 'User LED 2' (id = 0)", "callback User LED 2 source 4 state 0 context 0",
+    EXPECT_LINES(u.take(), "log 2 register_handler: Registered handler 'User LED 2' (id = 0)",
+        "callback User LED 2 source 4 state 0 context 0",
                  "ipc snmp send 10 (696 bytes)", "ipc snmp send 13 (68 bytes)");
     EXPECT_LINES(told(u), "10 1", "13 0 User LED 2");
     EXPECT_EQ(port_handlers(4), "User LED 2#0");
@@ -320,7 +326,8 @@ TEST(user_led_handler, needs_a_callback_and_a_free_name)
     EXPECT_EQ(zel_gpio_register_user_led_handler(0, nullptr, nullptr), -1);
     EXPECT_EQ(u.led_handler(0), 0);
     EXPECT_EQ(u.led_handler(0), -1);
-    EXPECT_LINES(fake::only(u.take(), {"log 0", "log 1"}), "log 0 zel_gpio_register_user_led_handler: handler_func buffer is NULL",
+    EXPECT_LINES(fake::only(u.take(), {"log 0", "log 1"}),
+        "log 0 zel_gpio_register_user_led_handler: handler_func buffer is NULL",
                  "log 1 register_handler: Duplicate handler called 'User LED 1' (id = 0) already registered");
 }
 
@@ -368,4 +375,12 @@ TEST(trigger_active_for_handler, unknown_ids_give_no)
         EXPECT_EQ(zel_gpio_trig_id_active_for_handler(id, 0), 0) << id;
     for (const int32_t id : {-1, -2, 199, 200, 201, INT32_MAX, INT32_MIN})
         EXPECT_EQ(zel_gpio_trig_id_active_for_handler(0, id), 0) << id;
+}
+
+TEST(registry_death, a_handler_without_a_name_or_callback_is_a_programming_error_inside)
+{
+    unit u;
+    ASSERT_EQ(u.start(), 0);
+    EXPECT_DEATH(zel::register_handler(nullptr, nothing, nullptr, 0), "handler_name != NULL");
+    EXPECT_DEATH(zel::register_handler("Record", nullptr, nullptr, 0), "handler_func != NULL");
 }

@@ -17,7 +17,8 @@ TEST(handler_revival, reads_its_saved_list_and_evaluates_what_is_registered)
     u.take();
     ASSERT_EQ(u.handler("Lamp"), 0);
     EXPECT_EQ(handler_triggers(0), "!Eth Link Down#0 GPI 2#-1");
-    EXPECT_LINES(u.take(), "log 2 register_handler: Registered handler 'Lamp' (id = 0)", "callback Lamp source 0 state 1 context 0",
+    EXPECT_LINES(u.take(), "log 2 register_handler: Registered handler 'Lamp' (id = 0)",
+        "callback Lamp source 0 state 1 context 0",
                  "ipc snmp send 13 (68 bytes)");
     EXPECT_EQ(handler_list[0].state, 1);
     EXPECT_EQ(handler_list[0].active_trigs, 1);
@@ -68,7 +69,8 @@ TEST(handler_revival, an_object_that_cannot_be_loaded_leaves_the_list_empty)
     u.take();
     EXPECT_EQ(u.handler("Lamp"), 0);
     EXPECT_EQ(handler_triggers(0), "");
-    EXPECT_LINES(u.take(), "log 2 register_handler: Registered handler 'Lamp' (id = 0)", "json load gpio/handler_info/Lamp failed",
+    EXPECT_LINES(u.take(), "log 2 register_handler: Registered handler 'Lamp' (id = 0)",
+        "json load gpio/handler_info/Lamp failed",
                  "log 1 Failed to load handler info json obj for 'Lamp'", "ipc snmp send 13 (68 bytes)");
 }
 
@@ -85,7 +87,8 @@ TEST(handler_revival, inverts_are_read_piece_by_piece)
 TEST(handler_revival, surplus_inverts_are_ignored_and_missing_keys_are_no_error)
 {
     unit u;
-    u.set("on_grid_handlers", "Lamp, Horn, Fan").set("handler_info/Lamp/triggers", "A").set("handler_info/Lamp/trigger_inverts", "0, 1, 1");
+    u.set("on_grid_handlers", "Lamp, Horn, Fan").set("handler_info/Lamp/triggers", "A");
+    u.set("handler_info/Lamp/trigger_inverts", "0, 1, 1");
     u.set("handler_info/Horn/trigger_inverts", "1").set("handler_info/Fan/triggers", "A, B");
     ASSERT_EQ(u.start(), 0);
     u.handler("Lamp"), u.handler("Horn"), u.handler("Fan");
@@ -101,7 +104,8 @@ TEST(handler_revival, two_hundred_names_of_a_longer_list_are_read)
     for (int i = 1; i < 250; ++i)
         names += ", A" + std::to_string(i), inverts += ", 1";
     unit u;
-    u.set("on_grid_handlers", "Lamp").set("handler_info/Lamp/triggers", names.c_str()).set("handler_info/Lamp/trigger_inverts", inverts.c_str());
+    u.set("on_grid_handlers", "Lamp").set("handler_info/Lamp/triggers", names.c_str());
+    u.set("handler_info/Lamp/trigger_inverts", inverts.c_str());
     ASSERT_EQ(u.start(), 0);
     ASSERT_EQ(u.handler("Lamp"), 0);
     EXPECT_EQ(handler_list[0].num_trigs, 200);
@@ -120,8 +124,10 @@ TEST(handler_binding, every_entry_that_names_the_handler_is_bound_and_its_port_e
     ASSERT_EQ(u.start(), 0);
     u.take(), u.forget_sent();
     ASSERT_EQ(u.handler("Record"), 0);
-    EXPECT_LINES(u.take(), "log 2 register_handler: Registered handler 'Record' (id = 0)", "callback Record source 0 state 0 context 1",
-                 "ipc snmp send 7 (696 bytes)", "callback Record source 0 state 0 context 1", "callback Record source 0 state 1 context 1",
+    EXPECT_LINES(u.take(), "log 2 register_handler: Registered handler 'Record' (id = 0)",
+        "callback Record source 0 state 0 context 1",
+                 "ipc snmp send 7 (696 bytes)", "callback Record source 0 state 0 context 1",
+                 "callback Record source 0 state 1 context 1",
                  "ipc snmp send 7 (696 bytes)", "ipc snmp send 13 (68 bytes)");
     EXPECT_LINES(told(u), "7 0", "7 0", "13 0 Record");
     EXPECT_EQ(port_handlers(0), "Record#0 !Play#-1 !Record#0");
@@ -133,7 +139,8 @@ TEST(handler_binding, every_entry_that_names_the_handler_is_bound_and_its_port_e
 TEST(handler_binding, the_other_handlers_of_the_port_are_evaluated_too)
 {
     unit u;
-    u.gpis(1).set("physical/gpio_0/type", 1).set("physical/gpio_0/handler", "Record, Play").set("physical/gpio_0/handler_invert", "1, 0");
+    u.gpis(1).set("physical/gpio_0/type", 1).set("physical/gpio_0/handler", "Record, Play");
+    u.set("physical/gpio_0/handler_invert", "1, 0");
     ASSERT_EQ(u.start(), 0);
     u.handler("Record");
     u.take();
@@ -174,7 +181,8 @@ TEST(handler_binding, every_kind_of_input_is_bound)
     u.take(), u.forget_sent();
     ASSERT_EQ(u.handler("Record"), 0);
     EXPECT_EQ(handler_list[0].port_mask, 0xFu);
-    EXPECT_LINES(u.take_of("callback"), "callback Record source 0 state 1 context 0", "callback Record source 1 state 1 context 1",
+    EXPECT_LINES(u.take_of("callback"), "callback Record source 0 state 1 context 0",
+        "callback Record source 1 state 1 context 1",
                  "callback Record source 2 state 1 context 0", "callback Record source 3 state 1 context 0");
     EXPECT_LINES(told(u), "7 0", "7 0", "8 0", "9 0", "13 0 Record");
 }
@@ -193,7 +201,8 @@ TEST(trigger_binding, outputs_then_relays_then_handlers_are_bound_and_driven)
     u.handler("Lamp");
     u.take(), u.forget_sent();
     ASSERT_EQ(u.trigger("On Air"), 7);
-    EXPECT_LINES(u.take(), "log 2 register_trigger: Registered trigger 'On Air' (id = 7)", "ipc snmp send 12 (68 bytes)", "pin 101 write 0",
+    EXPECT_LINES(u.take(), "log 2 register_trigger: Registered trigger 'On Air' (id = 7)", "ipc snmp send 12 (68 bytes)",
+        "pin 101 write 0",
                  "ipc snmp send 7 (696 bytes)", "ipc snmp send 8 (696 bytes)", "pin 201 write 1", "ipc snmp send 11 (416 bytes)",
                  "callback Lamp source 0 state 1 context 0");
     EXPECT_LINES(told(u), "12 7 On Air", "7 0", "8 0", "11 0");
@@ -216,13 +225,16 @@ TEST(trigger_binding, is_published_to_the_tree)
     ASSERT_EQ(u.start(), 0);
     u.take();
     ASSERT_EQ(u.trigger("On Air"), 7);
-    EXPECT_LINES(u.take(), "log 2 register_trigger: Registered trigger 'On Air' (id = 7)", "ember add string gpio/triggers/t-7 = On Air r",
+    EXPECT_LINES(u.take(), "log 2 register_trigger: Registered trigger 'On Air' (id = 7)",
+        "ember add string gpio/triggers/t-7 = On Air r",
                  "ipc snmp send 12 (68 bytes)", "pin 101 write 1", "ember set gpio/physical/gpio 1/type 2 (8 bytes)",
                  "ember set gpio/physical/gpio 1/input functions \"\" (1 bytes)",
                  "ember set gpio/physical/gpio 1/output triggers \"!On Air\" (8 bytes)",
-                 "ember set gpio/physical/gpio 1/active triggers \"!On Air\" (8 bytes)", "ember set gpio/physical/gpio 1/input mode 0 (8 bytes)",
+                 "ember set gpio/physical/gpio 1/active triggers \"!On Air\" (8 bytes)",
+                 "ember set gpio/physical/gpio 1/input mode 0 (8 bytes)",
                  "ember set gpio/physical/gpio 1/status 1 (4 bytes)", "ipc snmp send 7 (696 bytes)", "pin 201 write 1",
-                 "ember set gpio/physical/relay 1/output triggers \"On Air\" (7 bytes)", "ember set gpio/physical/relay 1/status 1 (4 bytes)",
+                 "ember set gpio/physical/relay 1/output triggers \"On Air\" (7 bytes)",
+                 "ember set gpio/physical/relay 1/status 1 (4 bytes)",
                  "ember set gpio/physical/relay 1/active triggers \"\" (1 bytes)", "ipc snmp send 11 (416 bytes)");
 }
 
@@ -230,7 +242,8 @@ TEST(trigger_binding, every_entry_of_the_name_counts)
 {
     unit u;
     u.gpis(1).relays(1).set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "On Air, On Air");
-    u.set("physical/gpio_0/invert_trigger", "0, 1").set("relay/relay_0/triggers", "On Air, On Air").set("relay/relay_0/trigger_invert", "1, 0");
+    u.set("physical/gpio_0/invert_trigger", "0, 1").set("relay/relay_0/triggers", "On Air, On Air");
+    u.set("relay/relay_0/trigger_invert", "1, 0");
     ASSERT_EQ(u.start(), 0);
     u.take(), u.forget_sent();
     ASSERT_EQ(u.trigger("On Air"), 6);
@@ -292,8 +305,10 @@ TEST(trigger_binding, ends_at_the_first_free_handler_slot)
 {
     unit u;
     u.set("on_grid_handlers", "H0, H1, H2, H3, H4, H5");
-    for (int i = 0; i < 6; ++i)
-        u.set("handler_info/H" + std::to_string(i) + "/triggers", "On Air").set("handler_info/H" + std::to_string(i) + "/trigger_inverts", "0");
+    for (int i = 0; i < 6; ++i) {
+        u.set("handler_info/H" + std::to_string(i) + "/triggers", "On Air");
+        u.set("handler_info/H" + std::to_string(i) + "/trigger_inverts", "0");
+    }
     ASSERT_EQ(u.start(), 0);
     for (int i = 0; i < 6; ++i)
         u.handler("H" + std::to_string(i));
@@ -323,7 +338,8 @@ TEST(trigger_binding, inputs_and_disabled_ports_are_left_alone)
 TEST(trigger_binding, a_gpi_output_that_udp_commands_drive_keeps_its_level)
 {
     unit u;
-    u.gpis(1).udp(true).set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "On Air").set("physical/gpio_0/invert_trigger", "1");
+    u.gpis(1).udp(true).set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "On Air");
+    u.set("physical/gpio_0/invert_trigger", "1");
     ASSERT_EQ(u.start(), 0);
     u.take(), u.forget_sent();
     u.trigger("On Air");
@@ -338,7 +354,8 @@ TEST(trigger_binding, a_gpi_output_that_udp_commands_drive_keeps_its_level)
 TEST(registration_in_a_callback, a_handler_called_while_it_is_registered_registers_another)
 {
     unit u;
-    u.gpis(1).set("physical/gpio_0/type", 1).set("physical/gpio_0/handler", "First, Second").set("physical/gpio_0/handler_invert", "1, 1");
+    u.gpis(1).set("physical/gpio_0/type", 1).set("physical/gpio_0/handler", "First, Second");
+    u.set("physical/gpio_0/handler_invert", "1, 1");
     ASSERT_EQ(u.start(), 0);
     bool done = false;
     int32_t second = -2;

@@ -14,10 +14,12 @@ enum { of_port = 0, of_relay = 1, of_handler = 2 };
 void describe(unit &u)
 {
     u.gpis(2).relays(1).virtuals(1).buttons(1);
-    u.set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "On Air, Eth Link Down").set("physical/gpio_0/invert_trigger", "1, 0");
+    u.set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "On Air, Eth Link Down");
+    u.set("physical/gpio_0/invert_trigger", "1, 0");
     u.set("physical/gpio_1/type", 1).set("physical/gpio_1/handler", "Record, Play").set("physical/gpio_1/handler_invert", "0, 1");
     u.set("relay/relay_0/triggers", "On Air, Eth Link Down").set("relay/relay_0/trigger_invert", "1, 0");
-    u.set("on_grid_handlers", "Lamp").set("handler_info/Lamp/triggers", "On Air, Eth Link Down").set("handler_info/Lamp/trigger_inverts", "1, 0");
+    u.set("on_grid_handlers", "Lamp").set("handler_info/Lamp/triggers", "On Air, Eth Link Down");
+    u.set("handler_info/Lamp/trigger_inverts", "1, 0");
 }
 
 std::string list(int owner)
@@ -25,7 +27,8 @@ std::string list(int owner)
     return owner == of_port ? port_list(0) : owner == of_relay ? relay_list(0) : handler_triggers(0);
 }
 
-int32_t change(int owner, int add, int32_t trigger, uint8_t invert) { return zel::set_trigger_connection(owner, add, 0, trigger, invert); }
+int32_t change(int owner, int add, int32_t trigger, uint8_t invert) { return zel::set_trigger_connection(owner, add, 0, trigger,
+    invert); }
 
 }  // namespace
 
@@ -142,7 +145,8 @@ TEST_P(connection_of_each_owner, one_of_200_is_replaced_when_another_is_added_to
 }
 
 INSTANTIATE_TEST_SUITE_P(owners, connection_of_each_owner, testing::Values(of_port, of_relay, of_handler),
-                         [](const auto &owner) { return std::string(owner.param == of_port ? "port" : owner.param == of_relay ? "relay" : "handler"); });
+                         [](const auto &owner) { return std::string(owner.param == of_port ? "port" : owner.param == of_relay
+                             ? "relay" : "handler"); });
 
 TEST(connection, of_an_unknown_kind_of_owner_is_refused)
 {
@@ -233,13 +237,16 @@ TEST(handler_connection, a_removed_one_is_released_before_the_list_is_rebuilt)
     ASSERT_EQ(handler_list[1].port_mask, 2u);
     u.take(), u.forget_sent();
     EXPECT_EQ(zel::remove_gpio_handler_connection(1, 1), 0);
-    EXPECT_LINES(u.take(), "callback Play source 1 state 0 context 0", "log 4 update_gpio_json: Updating json entry: 'gpio_1' (new type = 1)",
+    EXPECT_LINES(u.take(), "callback Play source 1 state 0 context 0",
+        "log 4 update_gpio_json: Updating json entry: 'gpio_1' (new type = 1)",
                  "json set gpio/physical/gpio_1/type 1", "json remove gpio/physical/gpio_1/handler",
                  "json remove gpio/physical/gpio_1/trigger (absent)", "json remove gpio/physical/gpio_1/invert_trigger (absent)",
                  "json remove gpio/physical/gpio_1/input_mode (absent)", "json set gpio/physical/gpio_1/handler \"Record\"",
                  "json set gpio/physical/gpio_1/handler_invert \"0\"", "json set gpio/physical/gpio_1/input_mode 0",
-                 "json set gpio/on_grid_triggers \"Eth Link Down\"", "json make gpio/handler_info/Record", "json make gpio/handler_info/Play",
-                 "json set gpio/on_grid_handlers \"Record, Play\"", "callback Record source 1 state 0 context 0", "ipc snmp send 7 (696 bytes)");
+                 "json set gpio/on_grid_triggers \"Eth Link Down\"", "json make gpio/handler_info/Record",
+                 "json make gpio/handler_info/Play",
+                 "json set gpio/on_grid_handlers \"Record, Play\"", "callback Record source 1 state 0 context 0",
+                 "ipc snmp send 7 (696 bytes)");
     EXPECT_EQ(handler_list[1].port_mask, 0u);
     EXPECT_LINES(told(u), "7 1");
 }
@@ -248,7 +255,8 @@ TEST(handler_connection, a_removed_handler_stays_on_while_a_trigger_or_another_i
 {
     unit u;
     describe(u);
-    u.set("user_buttons/btn_1/type", 1).set("user_buttons/btn_1/handler", "Record, Play").set("user_buttons/btn_1/handler_invert", "1, 1");
+    u.set("user_buttons/btn_1/type", 1).set("user_buttons/btn_1/handler", "Record, Play");
+    u.set("user_buttons/btn_1/handler_invert", "1, 1");
     ASSERT_EQ(u.start(), 0);
     u.handler("Record"), u.handler("Play");
     ASSERT_EQ(zel::set_trigger_connection(of_handler, 1, 0, 0, 1), 0);
@@ -259,7 +267,8 @@ TEST(handler_connection, a_removed_handler_stays_on_while_a_trigger_or_another_i
     EXPECT_EQ(zel::remove_gpio_handler_connection(3, 0), 0);
     EXPECT_EQ(handler_list[0].state, 1) << "by its trigger";
     EXPECT_EQ(handler_list[0].port_mask, 0u);
-    EXPECT_LINES(fake::only(u.take(), {"callback Play source 1", "callback Record source 3"}), "callback Play source 1 state 1 context 0",
+    EXPECT_LINES(fake::only(u.take(), {"callback Play source 1", "callback Record source 3"}),
+        "callback Play source 1 state 1 context 0",
                  "callback Record source 3 state 1 context 0");
 }
 
@@ -316,7 +325,8 @@ TEST(mirrored_connection, removing_either_unlocks_the_other)
     unit u;
     ASSERT_EQ(u.start(), 0);
     register_pairs(u);
-    for (const auto &[removed, trigger, kept] : {std::tuple{handler_a, trigger_b, handler_b}, {handler_b, trigger_a, handler_a}}) {
+    for (const auto &[removed, trigger, kept] : {std::tuple{handler_a, trigger_b, handler_b}, {handler_b, trigger_a,
+        handler_a}}) {
         ASSERT_EQ(zel::set_trigger_connection(of_handler, 1, handler_a, trigger_b, 0), 0);
         ASSERT_EQ(zel::set_trigger_connection(of_handler, 1, handler_b, trigger_a, 0), 0);
         ASSERT_EQ(handler_list[handler_a].allow_invert[0], 0);

@@ -15,7 +15,8 @@ const std::string null_text = address(nullptr);
 void describe_listeners(unit &u)
 {
     u.gpis(1).virtuals(1).relays(1).set("on_grid_handlers", "Lamp");
-    u.set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "On Air, Eth Link Down").set("physical/gpio_0/invert_trigger", "0, 0");
+    u.set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "On Air, Eth Link Down");
+    u.set("physical/gpio_0/invert_trigger", "0, 0");
     u.set("relay/relay_0/triggers", "On Air").set("relay/relay_0/trigger_invert", "0");
     u.set("handler_info/Lamp/triggers", "AC Power Off, On Air").set("handler_info/Lamp/trigger_inverts", "0, 0");
 }
@@ -37,8 +38,10 @@ TEST(trigger_rename, follows_the_lists_of_ports_only_in_this_order)
                  "log 4 update_gpio_json: Updating json entry: 'gpio_0' (new type = 2)", "json set gpio/physical/gpio_0/type 2",
                  "json remove gpio/physical/gpio_0/handler (absent)", "json remove gpio/physical/gpio_0/trigger",
                  "json remove gpio/physical/gpio_0/invert_trigger", "json remove gpio/physical/gpio_0/input_mode (absent)",
-                 "json set gpio/physical/gpio_0/trigger \"Live, Eth Link Down\"", "json set gpio/physical/gpio_0/invert_trigger \"0, 0\"",
-                 "json set gpio/on_grid_triggers \"Eth Link Down, AC Power Off, Live\"", "json set gpio/on_grid_handlers \"Lamp\"",
+                 "json set gpio/physical/gpio_0/trigger \"Live, Eth Link Down\"",
+                 "json set gpio/physical/gpio_0/invert_trigger \"0, 0\"",
+                 "json set gpio/on_grid_triggers \"Eth Link Down, AC Power Off, Live\"",
+                 "json set gpio/on_grid_handlers \"Lamp\"",
                  "ipc snmp send 12 (68 bytes)", "json set gpio/on_grid_triggers \"Eth Link Down, AC Power Off, Live\"");
     EXPECT_LINES(told(u), "12 7 Live");
     EXPECT_EQ(port_list(0), "Live#7 Eth Link Down#0");
@@ -91,7 +94,8 @@ TEST(trigger_rename, of_two_slots_may_be_given_the_librarys_own_text_as_the_new_
 TEST(trigger_rename, an_unknown_name_fails_without_a_word_and_saves_the_names_on_the_grid)
 {
     unit u;
-    u.gpis(1).set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "DC Power Off").set("physical/gpio_0/invert_trigger", "0");
+    u.gpis(1).set("physical/gpio_0/type", 2).set("physical/gpio_0/trigger", "DC Power Off");
+    u.set("physical/gpio_0/invert_trigger", "0");
     ASSERT_EQ(u.start(), 0);
     u.take();
     EXPECT_EQ(zel_gpio_rename_trigger("On Air", "Live"), -1);
@@ -175,20 +179,26 @@ TEST(trigger_removal, disconnects_ends_and_forgets_in_this_order)
     u.handler("Lamp"), u.trigger("On Air"), u.raise("On Air");
     u.take(), u.forget_sent();
     EXPECT_EQ(zel_gpio_deregister_trigger("On Air"), 0);
-    EXPECT_LINES(u.take(), "log 4 update_gpio_json: Updating json entry: 'gpio_0' (new type = 2)", "json set gpio/physical/gpio_0/type 2",
+    EXPECT_LINES(u.take(), "log 4 update_gpio_json: Updating json entry: 'gpio_0' (new type = 2)",
+        "json set gpio/physical/gpio_0/type 2",
                  "json remove gpio/physical/gpio_0/handler (absent)", "json remove gpio/physical/gpio_0/trigger",
                  "json remove gpio/physical/gpio_0/invert_trigger", "json remove gpio/physical/gpio_0/input_mode (absent)",
                  "json set gpio/physical/gpio_0/trigger \"Eth Link Down\"", "json set gpio/physical/gpio_0/invert_trigger \"0\"",
-                 "json set gpio/on_grid_triggers \"Eth Link Down, AC Power Off, On Air\"", "json set gpio/on_grid_handlers \"Lamp\"",
+                 "json set gpio/on_grid_triggers \"Eth Link Down, AC Power Off, On Air\"",
+                 "json set gpio/on_grid_handlers \"Lamp\"",
                  "pin 101 write 0", "ember set gpio/physical/gpio 1/type 2 (8 bytes)",
                  "ember set gpio/physical/gpio 1/input functions \"\" (1 bytes)",
                  "ember set gpio/physical/gpio 1/output triggers \"Eth Link Down\" (14 bytes)",
-                 "ember set gpio/physical/gpio 1/active triggers \"\" (1 bytes)", "ember set gpio/physical/gpio 1/input mode 0 (8 bytes)",
-                 "ember set gpio/physical/gpio 1/status 0 (4 bytes)", "ipc snmp send 7 (696 bytes)", "json set gpio/relay/relay_0/triggers \"\"",
+                 "ember set gpio/physical/gpio 1/active triggers \"\" (1 bytes)",
+                 "ember set gpio/physical/gpio 1/input mode 0 (8 bytes)",
+                 "ember set gpio/physical/gpio 1/status 0 (4 bytes)", "ipc snmp send 7 (696 bytes)",
+                 "json set gpio/relay/relay_0/triggers \"\"",
                  "json set gpio/relay/relay_0/trigger_invert \"\"", "pin 201 write 0",
-                 "ember set gpio/physical/relay 1/output triggers \"\" (1 bytes)", "ember set gpio/physical/relay 1/status 0 (4 bytes)",
+                 "ember set gpio/physical/relay 1/output triggers \"\" (1 bytes)",
+                 "ember set gpio/physical/relay 1/status 0 (4 bytes)",
                  "ember set gpio/physical/relay 1/active triggers \"\" (1 bytes)", "ipc snmp send 11 (416 bytes)",
-                 "log 2 update_handler_json: Updating json entry: 'Lamp'", "json set gpio/handler_info/Lamp/triggers \"AC Power Off\"",
+                 "log 2 update_handler_json: Updating json entry: 'Lamp'",
+                 "json set gpio/handler_info/Lamp/triggers \"AC Power Off\"",
                  "json set gpio/handler_info/Lamp/trigger_inverts \"0\"", "callback Lamp source 0 state 0 context 0",
                  "log 2 zel_gpio_notify_trigger_event: event 'On Air' has ended", "ember remove gpio/triggers/t-7",
                  "json set gpio/on_grid_triggers \"Eth Link Down, AC Power Off\"");
