@@ -1,10 +1,10 @@
 #include "change_feed.h"
 
 #include "common/json_reading.h"
+#include "common/json_text.h"
 #include "zel_debug.h"
 
-#include <cstdlib>
-#include <memory>
+#include <exception>
 #include <new>
 
 namespace zel {
@@ -29,9 +29,9 @@ void change_feed::tell(json_t *line, bool is_call)
 {
     const json_handle owned(line);
     if (!owned) throw std::bad_alloc();
-    const std::unique_ptr<char, decltype(&std::free)> text(json_dumps(line, JSON_COMPACT), std::free);
+    const auto text = json_text(line, JSON_COMPACT);
     if (!text) throw std::bad_alloc();
-    out_(text.get(), is_call);
+    out_(*text, is_call);
 }
 
 void change_feed::tell_triggers()

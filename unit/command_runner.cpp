@@ -52,7 +52,7 @@ private:
 };
 
 // Texts with the null-terminated table of pointers that exec takes.
-class text_table {
+class exec_texts {
 public:
     void add(std::string text) { texts_.push_back(std::move(text)); }
     char *const *pointers()
@@ -70,9 +70,9 @@ private:
 
 constexpr const char *own_variables[] = {"ZEL_HANDLER=", "ZEL_HANDLER_ID=", "ZEL_STATE=", "ZEL_SOURCE=", "ZEL_CONTEXT="};
 
-text_table environment_of(const std::string &handler, const command_call &call)
+exec_texts environment_of(const std::string &handler, const command_call &call)
 {
-    text_table table;
+    exec_texts table;
     for (char **entry = environ; *entry != nullptr; ++entry) {
         bool own = false;
         for (const char *variable : own_variables) own |= std::string_view(*entry).starts_with(variable);
@@ -118,7 +118,7 @@ void command_runner::start(slot &each, const command_call &call)
 {
     const std::string &program = each.handler->command[0];
     const spawn_settings settings;
-    text_table arguments, environment = environment_of(each.handler->name, call);
+    exec_texts arguments, environment = environment_of(each.handler->name, call);
     for (const std::string &argument : each.handler->command) arguments.add(argument);
     pid_t pid = 0;
     const int error = posix_spawn(&pid, program.c_str(), settings.actions(), settings.attributes(), arguments.pointers(),

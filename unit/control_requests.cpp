@@ -1,12 +1,15 @@
 #include "control_requests.h"
 
 #include "common/json_reading.h"
+#include "common/json_text.h"
+#include "common/whole_number.h"
 #include "control_reports.h"
 #include "zel_debug.h"
 #include "zel_gpio.h"
 #include "zel_sys.h"
 
-#include <charconv>
+#include <iterator>
+#include <new>
 #include <stdexcept>
 
 namespace zel {
@@ -54,33 +57,25 @@ bool flag_argument(const call &each, const char *key)
     return json_is_true(json_object_get(each.request, key));
 }
 
-bool parse_number(const std::string &text, int32_t &number)
-{
-    const char *const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    return error == std::errc{} && stop == end;
-}
-
 // Id of the handler or trigger of that name, else the one whose id it is.
 template <typename table> int32_t find_id(const table &list, const std::string &wanted, const char *what)
 {
-    int32_t number = -1;
     for (const auto &each : list) {
         if (each.name != nullptr && wanted == each.name) return each.id;
     }
-    const bool taken = parse_number(wanted, number) && number >= 0 && static_cast<size_t>(number) < std::size(list) &&
-                       list[number].name != nullptr;
+    const int64_t number = whole_number(wanted).value_or(-1);
+    const bool taken = number >= 0 && number < std::ssize(list) && list[number].name != nullptr;
     if (!taken) throw refused("there is no " + std::string(what) + " \"" + wanted + "\"");
-    return number;
+    return static_cast<int32_t>(number);
 }
 
 // A pin's number, or the name of the port that it is the input of.
 int32_t input_pin(const call &each)
 {
     const std::string wanted = text_argument(each, "pin");
-    int32_t number = -1;
-    if (parse_number(wanted, number)) {
-        if (each.unit.ports.owner_of_input(number)) return number;
+    if (const auto number = whole_number(wanted)) {
+        const bool fits = *number >= 0 && *number <= INT32_MAX;
+        if (fits && each.unit.ports.owner_of_input(static_cast<int32_t>(*number))) return static_cast<int32_t>(*number);
         throw refused("pin " + wanted + " is the input of no port");
     }
     const auto port = parse_port_name(wanted);
@@ -256,10 +251,7 @@ json_t *run(const call &each)
 std::string failure(const char *text)
 {
     const json_handle answer(json_pack("{s:b, s:s}", "ok", 0, "error", text));
-    char *const dumped = answer ? json_dumps(answer.get(), JSON_COMPACT) : nullptr;
-    std::string line = dumped != nullptr ? dumped : R"({"ok":false,"error":"out of memory"})";
-    std::free(dumped);
-    return line;
+    return json_text(answer.get(), JSON_COMPACT).value_or(R"({"ok":false,"error":"out of memory"})");
 }
 
 }  // namespace
@@ -272,9 +264,9 @@ std::string control_requests::answer(std::string_view line, control_client &clie
         json_handle result(run({unit_, request.get(), client}));
         unit_.feed.settle();
         if (!result || json_object_set_new(result.get(), "ok", json_true()) != 0) throw std::bad_alloc();
-        const std::unique_ptr<char, decltype(&std::free)> text(json_dumps(result.get(), JSON_COMPACT), std::free);
+        const auto text = json_text(result.get(), JSON_COMPACT);
         if (!text) throw std::bad_alloc();
-        return text.get();
+        return *text;
     } catch (const refused &why) {
         log_message(4, "%s: Refused: %s\n", __func__, why.what());
         return failure(why.what());

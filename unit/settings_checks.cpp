@@ -1,11 +1,11 @@
 #include "settings_checks.h"
 
+#include "common/whole_number.h"
 #include "json_lines.h"
 #include "port_names.h"
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <map>
 #include <set>
 
@@ -85,10 +85,8 @@ private:
         std::map<std::pair<std::string, int32_t>, std::string> owners;
         for (const kernel_line_settings &line : settings_.kernel_lines) {
             const std::string place = member_place("kernel_lines", line.pin);
-            int32_t number = -1;
-            const char *const end = line.pin.data() + line.pin.size();
-            const auto [stop, error] = std::from_chars(line.pin.data(), end, number);
-            const bool plain = error == std::errc{} && stop == end && std::to_string(number) == line.pin;
+            const int64_t number = whole_number(line.pin).value_or(-1);
+            const bool plain = std::to_string(number) == line.pin;  // no leading zeros: one pin, one name
             if (!plain || number < 0 || number > 65535) wrong(place, "the name must be a pin's number from 0 to 65535");
             if (line.chip.empty()) continue;
             const auto [owner, free] = owners.emplace(std::pair{line.chip, line.offset}, place);

@@ -1,6 +1,7 @@
 #include "settings_reading.h"
 
 #include "common/json_reading.h"
+#include "common/json_text.h"
 #include "json_lines.h"
 #include "settings_checks.h"
 
@@ -32,9 +33,7 @@ bool is_plain_name(std::string_view name)
 std::string shown(const json_t *value)
 {
     constexpr size_t longest = 60;
-    char *const dumped = json_dumps(value, JSON_ENCODE_ANY | JSON_COMPACT);
-    std::string text = dumped != nullptr ? dumped : "?";
-    std::free(dumped);
+    std::string text = json_text(value, JSON_ENCODE_ANY | JSON_COMPACT).value_or("?");
     if (text.size() > longest) text = text.substr(0, longest) + "...";
     return text;
 }

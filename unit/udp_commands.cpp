@@ -1,5 +1,6 @@
 #include "udp_commands.h"
 
+#include "common/whole_number.h"
 #include "zel_debug.h"
 
 #include <arpa/inet.h>
@@ -8,9 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
-#include <optional>
 #include <vector>
 
 namespace zel {
@@ -55,14 +54,6 @@ std::vector<std::string_view> pieces_of(std::string_view text, std::string_view 
         if (end == std::string_view::npos) return pieces;
         text.remove_prefix(end);
     }
-}
-
-std::optional<int32_t> whole_number(std::string_view text)
-{
-    int32_t number = 0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc{} || stop != text.data() + text.size() || number < 0) return std::nullopt;
-    return number;
 }
 
 const char *ask_pin(int32_t index, int32_t &value)
@@ -180,13 +171,14 @@ std::string udp_commands::answer_line(std::string_view line)
     const auto row = std::ranges::find(commands, words[0], &command_row::word);
     if (row == std::end(commands)) return error_answer("no such command");
     const auto number = whole_number(words[1]);
-    if (!number || *number < 1) return error_answer("no such GPI port");
-    if (asks) return answer_to_question(*row, *number);
-    const auto value = whole_number(words[2]);
-    if (!value || *value > row->highest) return error_answer("the value must be from 0 to " + std::to_string(row->highest));
-    const char *const wrong = row->set(*number - 1, *value);
+    if (!number || *number < 1 || *number > INT32_MAX) return error_answer("no such GPI port");
+    const auto port = static_cast<int32_t>(*number);
+    if (asks) return answer_to_question(*row, port);
+    const int64_t value = whole_number(words[2]).value_or(-1);
+    if (value < 0 || value > row->highest) return error_answer("the value must be from 0 to " + std::to_string(row->highest));
+    const char *const wrong = row->set(port - 1, static_cast<int32_t>(value));
     if (wrong != nullptr) return error_answer(wrong);
-    if (row->set == set_pin) feed_.udp_level(*number, static_cast<uint8_t>(*value));
+    if (row->set == set_pin) feed_.udp_level(port, static_cast<uint8_t>(value));
     run_library_pass();
     feed_.settle();
     return "ok";

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <optional>
 
 namespace zel {
@@ -156,7 +157,13 @@ void unit::take_signals()
 
 void unit::run()
 {
-    while (!ending_) turn();
+    while (!ending_) {
+        try {
+            turn();
+        } catch (const std::bad_alloc &) {
+            log_message(0, "%s: Out of memory; what was being done is given up\n", __func__);
+        }
+    }
 }
 
 void unit::turn()

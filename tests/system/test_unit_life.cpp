@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -159,6 +160,28 @@ TEST(unit_life, sighup_opens_the_log_anew)
     EXPECT_EQ(read_file(rotated).find("The log was opened anew"), std::string::npos);
     EXPECT_NE(read_file(log).find("The log was opened anew"), std::string::npos);
     EXPECT_NE(read_file(log).find("Ending on signal 15"), std::string::npos);
+}
+
+TEST(unit_life, another_user_is_turned_away_even_where_the_files_would_let_him_in)
+{
+    if (getuid() != 0) GTEST_SKIP() << "only root can become another user";
+    const unit_root root(two_ports);
+    unit_process unit(root);
+    ASSERT_TRUE(unit.ready());
+    for (const char *const folder : {"", "/run", "/run/zel"}) ASSERT_EQ(chmod((root.path() + folder).c_str(), 0755), 0);
+    ASSERT_EQ(chmod(root.socket().c_str(), 0666), 0);
+    const pid_t other = fork();
+    if (other == 0) {
+        constexpr uid_t nobody = 65534;
+        if (setuid(nobody) != 0) _exit(2);
+        control_link link(root);
+        _exit(link.connected() && link.line() == R"({"ok":false,"error":"this is another user's unit"})" ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(other, &status, 0), other);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(is_ok(control_link(root).ask(R"({"request":"unit"})")));
+    EXPECT_EQ(unit.stop(), 0);
 }
 
 TEST(unit_life, a_restart_keeps_the_wiring)

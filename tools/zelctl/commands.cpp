@@ -1,24 +1,27 @@
 #include "commands.h"
 
+#include "common/whole_number.h"
 #include "printing.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace zel {
 namespace {
+
+// Releases the request where it throws.
+void put_text(json_t *request, const char *key, std::string_view text)
+{
+    if (json_object_set_new(request, key, json_stringn(text.data(), text.size())) == 0) return;
+    json_decref(request);
+    throw usage_error("an argument is not UTF-8 text");
+}
 
 // The request of that name, with text arguments under their keys.
 json_t *request_of(std::string_view name, std::initializer_list<std::pair<const char *, std::string_view>> texts = {})
 {
     json_t *const request = json_object();
-    (void)json_object_set_new(request, "request", json_stringn(name.data(), name.size()));
-    for (const auto &[key, text] : texts) {
-        if (json_object_set_new(request, key, json_stringn(text.data(), text.size())) != 0) {
-            json_decref(request);
-            throw usage_error("an argument is not UTF-8 text");
-        }
-    }
+    put_text(request, "request", name);
+    for (const auto &[key, text] : texts) put_text(request, key, text);
     return request;
 }
 
@@ -34,9 +37,9 @@ json_t *of_pin(const command_words &words)
 
 json_t *of_pulse(const command_words &words)
 {
-    constexpr long longest_ms = 60000;
+    constexpr int64_t longest_ms = 60000;
     const std::string *const length = words.value_of("--hold");
-    const long milliseconds = length != nullptr ? whole_number(*length, "--hold", 0, longest_ms) : 0;
+    const int64_t milliseconds = length != nullptr ? number_argument(*length, "--hold", 0, longest_ms) : 0;
     json_t *const request = of_pin(words);
     (void)json_object_set_new(request, "length_ms", json_integer(milliseconds));
     return request;
@@ -44,7 +47,7 @@ json_t *of_pulse(const command_words &words)
 
 json_t *of_button(const command_words &words)
 {
-    const long number = whole_number(words.arguments[0], "the button", 1, INT32_MAX);
+    const int64_t number = number_argument(words.arguments[0], "the button", 1, INT32_MAX);
     json_t *const request = plain(words);
     (void)json_object_set_new(request, "number", json_integer(number));
     return request;
@@ -76,8 +79,8 @@ json_t *of_port(const command_words &words)
 {
     json_t *const request = request_of("set-port", {{"port", words.arguments[0]}, {"type", words.arguments[1]}});
     const std::string *const mode = words.value_of("--mode"), *const source = words.value_of("--source");
-    if (mode != nullptr) (void)json_object_set_new(request, "mode", json_string(mode->c_str()));
-    if (source != nullptr) (void)json_object_set_new(request, "source", json_string(source->c_str()));
+    if (mode != nullptr) put_text(request, "mode", *mode);
+    if (source != nullptr) put_text(request, "source", *source);
     return request;
 }
 
@@ -185,11 +188,10 @@ command_words take_command(const std::vector<std::string> &words)
     return taken;
 }
 
-long whole_number(std::string_view text, std::string_view what, long min, long max)
+int64_t number_argument(std::string_view text, std::string_view what, int64_t min, int64_t max)
 {
-    long number = 0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error == std::errc{} && stop == text.data() + text.size() && number >= min && number <= max) return number;
+    const auto number = whole_number(text);
+    if (number && *number >= min && *number <= max) return *number;
     throw usage_error(std::string(what) + " must be a whole number from " + std::to_string(min) + " to " + std::to_string(max) +
                       ", not \"" + std::string(text) + "\"");
 }

@@ -47,6 +47,6 @@ std::span<const command_row> command_table();
 command_words take_command(const std::vector<std::string> &words);
 
 // A whole number from `min` to `max`. Throws usage_error that names `what`.
-long whole_number(std::string_view text, std::string_view what, long min, long max);
+int64_t number_argument(std::string_view text, std::string_view what, int64_t min, int64_t max);
 
 }  // namespace zel

@@ -1,5 +1,6 @@
 // zelctl: looks into a running unit and changes it, through the unit's control socket.
 #include "commands.h"
+#include "common/json_text.h"
 #include "exit_status.h"
 #include "table.h"
 #include "unit_link.h"
@@ -8,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <new>
 
 namespace {
@@ -74,9 +74,9 @@ std::string note_in(const json_t *answer)
 
 std::string as_document(const json_t *answer)
 {
-    const std::unique_ptr<char, decltype(&std::free)> text(json_dumps(answer, JSON_INDENT(2)), std::free);
+    const auto text = zel::json_text(answer, JSON_INDENT(2));
     if (!text) throw std::bad_alloc();
-    return text.get() + std::string("\n");
+    return *text + "\n";
 }
 
 int run_command(const zel::command_words &words, bool as_json)

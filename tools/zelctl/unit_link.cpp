@@ -1,5 +1,6 @@
 #include "unit_link.h"
 
+#include "common/json_text.h"
 #include "common/local_socket.h"
 #include "common/unit_root.h"
 
@@ -8,9 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <new>
 
 namespace zel {
@@ -53,9 +52,9 @@ unit_link::unit_link()
 
 json_handle unit_link::ask(const json_t *request)
 {
-    const std::unique_ptr<char, decltype(&std::free)> text(json_dumps(request, JSON_COMPACT), std::free);
-    if (!text) throw link_problem{wrong_command_line, "the arguments are not UTF-8 text"};
-    const std::string line = text.get() + std::string("\n");
+    const auto text = json_text(request, JSON_COMPACT);
+    if (!text) throw std::bad_alloc();
+    const std::string line = *text + "\n";
     if (send(socket_.get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
         throw link_problem{not_running, "the unit has ended"};
     }

@@ -47,16 +47,16 @@ std::string line_for(const std::string &raw, bool as_json)
 
 exit_status watch(unit_link &link, const command_words &words, bool as_json)
 {
-    constexpr long most_lines = 1000000000, most_seconds = 10000000;
+    constexpr int64_t most_lines = 1000000000, most_seconds = 10000000;
     const std::string *const count_text = words.value_of("--count"), *const time_text = words.value_of("--for");
-    const long count = count_text != nullptr ? whole_number(*count_text, "--count", 1, most_lines) : 0;
+    const int64_t count = count_text != nullptr ? number_argument(*count_text, "--count", 1, most_lines) : 0;
     std::optional<clock::time_point> deadline;
     if (time_text != nullptr) {
-        deadline = clock::now() + std::chrono::seconds(whole_number(*time_text, "--for", 0, most_seconds));
+        deadline = clock::now() + std::chrono::seconds(number_argument(*time_text, "--for", 0, most_seconds));
     }
     const unique_fd signals = signals_that_end();
     std::fputs("zelctl: watching\n", stderr);  // from here on nothing is missed
-    for (long lines = 0; count == 0 || lines < count; ++lines) {
+    for (int64_t lines = 0; count == 0 || lines < count; ++lines) {
         const auto raw = link.next_line(deadline, signals.get());
         if (!raw) return deadline && clock::now() >= *deadline && count != 0 ? time_is_up : done;
         const std::string line = (words.has("--time") ? time_of_day() : "") + line_for(*raw, as_json) + "\n";
