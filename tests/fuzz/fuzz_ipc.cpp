@@ -153,7 +153,8 @@ void attack_client(std::string_view input)
     static const unique_fd listening = [] {
         unique_fd made(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
         const sockaddr_un address = address_of("fuzzer");
-        require(bind(made.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 && listen(made.get(), 8) == 0);
+        require(bind(made.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0);
+        require(listen(made.get(), 8) == 0);
         return made;
     }();
     zel_ipc_client_t *const client = zel_ipc_client_init("fuzzer", "client", on_client_event, nullptr);

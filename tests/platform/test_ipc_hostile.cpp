@@ -422,7 +422,8 @@ TEST(ipc_hostile, a_socket_that_comes_and_goes_all_the_time_does_not_put_off_the
 TEST(ipc_hostile, a_server_that_does_not_greet_properly_is_left_and_tried_again)
 {
     raw_server one;
-    for (const std::string &bytes : {std::string("garbage"), greeting("server", 2), std::string("\3message"), std::string(70000, 'x')}) {
+    const std::string bad[] = {"garbage", greeting("server", 2), "\3message", std::string(70000, 'x')};
+    for (const std::string &bytes : bad) {
         const unique_fd peer = one.accepted();
         ASSERT_TRUE(send_raw(peer, bytes));
         EXPECT_TRUE(one.loop.until([&] { return is_closed(peer); }));

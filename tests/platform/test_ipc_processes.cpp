@@ -186,8 +186,12 @@ TEST(ipc_processes, a_client_that_is_not_read_from_may_leave_although_a_child_pr
     test_loop loop(client, server);
     ASSERT_TRUE(loop.until([&] { return client.up(); }));
     const child_process holder([] { return pause(); });
-    for (int i = 0; i < 12; ++i) ASSERT_EQ(server.send(server.id_of("client"), 2, std::string(60000, 'x')), 0);
+    for (int i = 0; i < 16; ++i) ASSERT_EQ(server.send(server.id_of("client"), 2, std::string(60000, 'x')), 0);
     ASSERT_EQ(send_numbered(client, 0, 10), 10);
+    test_loop server_alone(server);
+    while (server_alone.turn(0)) {
+    }
+    ASSERT_TRUE(server.messages().empty());
     client.end();   // what the server sent stays unread in the socket that the child holds
     ASSERT_TRUE(loop.until([&] { return server.count("disconnected") == 1; }));
     EXPECT_EQ(server.messages(), numbered_events(0, 10));
