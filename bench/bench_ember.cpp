@@ -1,5 +1,5 @@
-// What Ember+ costs: coding of parameters (in processor time), a set until its notification arrives beside a bare exchange of the same bytes over
-// the same kind of socket, and notifications to many subscribers. Medians of interleaved rounds.
+// What Ember+ costs: coding of parameters (in processor time), a set until its notification arrives beside a bare exchange of
+// the same bytes over the same kind of socket, and notifications to many subscribers. Medians of interleaved rounds.
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -123,7 +123,8 @@ void bench_coding()
             }
         decode.push_back(static_cast<double>(found.parameters) / (processor_seconds() - start));
     }
-    std::printf("coding of full parameters in directories of %d, frames included | encode %.2f million/s | decode %.2f million/s\n",
+    std::printf("coding of full parameters in directories of %d, frames included | encode %.2f million/s | "
+                "decode %.2f million/s\n",
                 directory_size, median(encode) / 1e6, median(decode) / 1e6);
 }
 
@@ -200,7 +201,8 @@ public:
         zel_ember_session_config_t config{};
         session = zel_ember_session_init(&config);
         auto *unit = zel_ember_add_node(session, "unit", nullptr, 0, nullptr);
-        parameter = zel_ember_add_enum_param(session, "type", nullptr, 0, 3, 1, "disabled\ninput\noutput", nullptr, nullptr, unit);
+        parameter = zel_ember_add_enum_param(session, "type", nullptr, 0, 3, 1, "disabled\ninput\noutput", nullptr, nullptr,
+                                             unit);
     }
     ~provider_thread()
     {
@@ -301,8 +303,8 @@ void bench_round_trips()
             our_times.push_back(exchange(ours.get(), frames, notice, at_once, 1280));
             bare_times.push_back(exchange(bare.get(), frames, frames[0].size(), at_once, 1280));
         }
-        std::printf("set to notification, %2d in one write | %.2f us each | bare exchange of the bytes %.2f us | ratio %.2f\n", at_once,
-                    median(our_times), median(bare_times), median(our_times) / median(bare_times));
+        std::printf("set to notification, %2d in one write | %.2f us each | bare exchange of the bytes %.2f us | ratio %.2f\n",
+                    at_once, median(our_times), median(bare_times), median(our_times) / median(bare_times));
     }
 }
 
@@ -328,7 +330,8 @@ void bench_notifications(int subscribers)
         const auto start = steady_clock::now();
         for (int i = 0; i < burst; ++i) {
             value = 3 - value;
-            (void)zel_ember_set_param(provider.session, nullptr, 0, 0, provider.parameter, &value, sizeof(value), nullptr, nullptr);
+            (void)zel_ember_set_param(provider.session, nullptr, 0, 0, provider.parameter, &value, sizeof(value), nullptr,
+                                      nullptr);
             provider.turn(1000);
         }
         const double spent = seconds_since(start);

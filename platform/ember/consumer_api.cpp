@@ -12,7 +12,8 @@ namespace {
 
 consumer *as_consumer(zel_ember_session_t *session)
 {
-    return session != nullptr && session->what() == zel_ember_session::role::consumer ? static_cast<consumer *>(session) : nullptr;
+    const bool is_consumer = session != nullptr && session->what() == zel_ember_session::role::consumer;
+    return is_consumer ? static_cast<consumer *>(session) : nullptr;
 }
 
 }  // namespace

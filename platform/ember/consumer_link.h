@@ -45,7 +45,7 @@ public:
 
 private:
     static constexpr size_t max_message = size_t{4} << 20;
-    static constexpr size_t max_output = size_t{64} << 10;   // requests are few; a peer that asks endlessly and never reads is not
+    static constexpr size_t max_output = size_t{64} << 10;   // requests are few; answers to a peer that never reads are not
 
     void serve(uint32_t events);
     void finish_connecting();

@@ -91,7 +91,8 @@ void provider::admit(unique_fd socket, const sockaddr_storage &address)
 {
     (void)setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &send_buffer, sizeof(send_buffer));
     try {
-        auto client = std::make_unique<provider_client>(static_cast<client_owner &>(*this), poller_, std::move(socket), address, round_time());
+        client_owner &self = *this;
+        auto client = std::make_unique<provider_client>(self, poller_, std::move(socket), address, round_time());
         if (clients_.size() == max_clients) {
             client->drop("there are too many");
         } else if (client->start()) {

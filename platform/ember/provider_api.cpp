@@ -15,7 +15,8 @@ namespace {
 
 provider *as_provider(zel_ember_session_t *session)
 {
-    return session != nullptr && session->what() == zel_ember_session::role::provider ? static_cast<provider *>(session) : nullptr;
+    const bool is_provider = session != nullptr && session->what() == zel_ember_session::role::provider;
+    return is_provider ? static_cast<provider *>(session) : nullptr;
 }
 
 struct parameter_start {

@@ -30,7 +30,8 @@ void put_value(ber::writer &w, const element &parameter)
 // Common consumers find an element by its description as well: one that equals the identifier says nothing and is left out.
 void put_names(ber::writer &w, const element &e)
 {
-    static_assert(+node_field::description == +parameter_field::description && +node_field::identifier == +parameter_field::identifier);
+    static_assert(+node_field::description == +parameter_field::description);
+    static_assert(+node_field::identifier == +parameter_field::identifier);
     if (!e.description.empty() && e.description != e.identifier)
         glow::put_utf8(w, node_field::description, e.description);
     glow::put_utf8(w, node_field::identifier, e.identifier);

@@ -52,7 +52,8 @@ element *tree::add(std::unique_ptr<element> draft, element *parent, int32_t numb
         return nullptr;
     }
     if (!is_usable_identifier(draft->identifier)) {
-        log_message(0, "%s: '%s' is no identifier: it must begin with a letter or '_' and must not contain '/'\n", __func__, name);
+        log_message(0, "%s: '%s' is no identifier: it must begin with a letter or '_' and must not contain '/'\n", __func__,
+                    name);
         return nullptr;
     }
     if (std::ranges::any_of(above.children, [&](const auto &child) { return child->identifier == draft->identifier; })) {
@@ -74,7 +75,8 @@ element *tree::add(std::unique_ptr<element> draft, element *parent, int32_t numb
     draft->index = free_.back();
     free_.pop_back();
     element *added = elements_[draft->index] = draft.get();
-    const auto place = std::ranges::lower_bound(above.children, added->number, {}, [](const auto &child) { return child->number; });
+    const auto number_of = [](const auto &child) { return child->number; };
+    const auto place = std::ranges::lower_bound(above.children, added->number, {}, number_of);
     above.children.insert(place, std::move(draft));
     return added;
 }

@@ -69,7 +69,8 @@ public:
     explicit tree(const void *owner);
 
     element &root() { return *root_; }
-    // Give the draft its place and number (0: any). Null, with a line in the log, if that is impossible. May throw std::bad_alloc.
+    // Give the draft its place and number (0: any). Null, with a line in the log, if that is impossible. May throw
+    // std::bad_alloc.
     element *add(std::unique_ptr<element> draft, element *parent, int32_t number);
     // Take an element out, with all below it; the caller releases it.
     std::unique_ptr<element> take(element &e);

@@ -26,8 +26,8 @@ struct unit {
     {
         auto *self = static_cast<unit *>(user_data);
         const int64_t one = 1;
-        (void)zel_ember_set_param(self->session, nullptr, 0, 0, parameter == self->type ? self->status : self->type, &one, 8, nullptr,
-                                  nullptr);
+        zel_ember_element_t *other = parameter == self->type ? self->status : self->type;
+        (void)zel_ember_set_param(self->session, nullptr, 0, 0, other, &one, 8, nullptr, nullptr);
         if (self->removes_itself)
             self->rebuild();
         return 0;

@@ -24,17 +24,17 @@ struct unit_tree {
     }
     zel_ember_element_t *text(const char *name, int access, const std::string &value, zel_ember_element_t *parent)
     {
-        auto *e = zel_ember_add_string_param(session, name, nullptr, 0, access, value.c_str(), this, access == 3 ? set : nullptr, parent);
+        auto *e = zel_ember_add_string_param(session, name, nullptr, 0, access, value.c_str(), this, set_if(access), parent);
         return valued(e, 's', value);
     }
     zel_ember_element_t *choice(const char *name, int access, int64_t value, const char *entries, zel_ember_element_t *parent)
     {
-        auto *e = zel_ember_add_enum_param(session, name, nullptr, 0, access, value, entries, this, access == 3 ? set : nullptr, parent);
+        auto *e = zel_ember_add_enum_param(session, name, nullptr, 0, access, value, entries, this, set_if(access), parent);
         return valued(e, 'e', std::to_string(value));
     }
     zel_ember_element_t *level(const char *name, int access, int value, zel_ember_element_t *parent)
     {
-        auto *e = zel_ember_add_boolean_param(session, name, nullptr, 0, access, value, this, access == 3 ? set : nullptr, parent);
+        auto *e = zel_ember_add_boolean_param(session, name, nullptr, 0, access, value, this, set_if(access), parent);
         return valued(e, 'b', std::to_string(value));
     }
 
@@ -65,7 +65,8 @@ struct unit_tree {
             return false;
         values[path] = value;
         if (kinds[found->second] == 's')
-            return zel_ember_set_param(session, nullptr, 0, 0, found->second, value.c_str(), value.size() + 1, nullptr, nullptr) == 0;
+            return zel_ember_set_param(session, nullptr, 0, 0, found->second, value.c_str(), value.size() + 1, nullptr,
+                                       nullptr) == 0;
         const int64_t number = std::stoll(value);
         return zel_ember_set_param(session, nullptr, 0, 0, found->second, &number, sizeof(number), nullptr, nullptr) == 0;
     }
@@ -84,6 +85,8 @@ struct unit_tree {
     }
 
 private:
+    static zel_ember_set_cb_t set_if(int access) { return access == 3 ? set : nullptr; }
+
     void port(const char *name, zel_ember_element_t *parent, char kind)
     {
         auto *n = node(name, parent);

@@ -69,8 +69,11 @@ protected:
         const auto &stream = peer.stream();
         const auto &response = peer_frames::keep_alive_response;
         size_t count = 0;
-        for (auto at = stream.begin(); (at = std::search(at, stream.end(), response.begin(), response.end())) != stream.end(); ++at)
-            ++count;
+        for (auto at = stream.begin();; ++at, ++count) {
+            at = std::search(at, stream.end(), response.begin(), response.end());
+            if (at == stream.end())
+                break;
+        }
         return count;
     }
     // What the peer hears when it says this.
@@ -88,7 +91,11 @@ protected:
         peer.forget();
         return out;
     }
-    void look(raw_peer &peer, std::initializer_list<uint32_t> where) { (void)answer(peer, build::get_directory(where)); peer.forget(); }
+    void look(raw_peer &peer, std::initializer_list<uint32_t> where)
+    {
+        (void)answer(peer, build::get_directory(where));
+        peer.forget();
+    }
 
     static int on_set(void *user_data, const char *address, uint16_t port, zel_ember_element_t *parameter, const void *value)
     {

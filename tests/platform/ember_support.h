@@ -278,7 +278,8 @@ private:
 
 // Frames as peers emit them.
 namespace peer_frames {
-inline const bytes root_directory_sofie = from_hex("fe 00 0e 00 01 c0 01 02 1f 02 60 0b 6b 09 a0 07 62 05 a0 03 02 01 20 b4 ec ff");
+inline const bytes root_directory_sofie =
+    from_hex("fe 00 0e 00 01 c0 01 02 1f 02 60 0b 6b 09 a0 07 62 05 a0 03 02 01 20 b4 ec ff");
 inline const bytes root_directory_nep =
     from_hex("fe 00 0e 00 01 c0 01 02 1f 02 60 10 6b 0e a0 0c 62 0a a0 03 02 01 20 a1 03 02 01 fd df 94 8f ff");
 inline const bytes root_reply =

@@ -216,8 +216,8 @@ TEST_F(ember_consumer, asks_anew_when_the_application_asks_again_for_what_was_no
 TEST_F(ember_consumer, foreign_kinds_of_elements_are_no_obstacle)
 {
     // A matrix and a function beside the node that is looked for.
-    provider_.answers["root"] = {from_hex("60 80 6b 80 a0 05 6d 03 02 01 03 a0 05 73 03 02 01 04 a0 80 63 80 a0 03 02 01 01 a1 80 31 80 "
-                                          "a0 06 0c 04 75 6e 69 74 00 00 00 00 00 00 00 00 00 00 00 00")};
+    provider_.answers["root"] = {from_hex("60 80 6b 80 a0 05 6d 03 02 01 03 a0 05 73 03 02 01 04 a0 80 63 80 a0 03 02 01 01 "
+                                          "a1 80 31 80 a0 06 0c 04 75 6e 69 74 00 00 00 00 00 00 00 00 00 00 00 00")};
     started();
     (void)follow("unit/gpio 1/status");
     EXPECT_TRUE(until_told({"up", "unit/gpio 1/status = 1 (4)"}));
@@ -381,7 +381,8 @@ TEST_F(ember_consumer, refuses_paths_and_addresses_that_are_none)
     EXPECT_EQ(zel_ember_get_param(nullptr, "x", nullptr, on_value), -1);
     EXPECT_EQ(zel_ember_clear_param_cb(nullptr, "x"), -1);
     EXPECT_EQ(zel_ember_add_node(session_, "x", nullptr, 0, nullptr), nullptr);
-    for (const char *address : {"", "127.0.0.1", "127.0.0.1:", "127.0.0.1:0", "127.0.0.1:65536", "127.0.0.1:90x", "name:9000", ":9000"}) {
+    for (const char *address : {"", "127.0.0.1", "127.0.0.1:", "127.0.0.1:0", "127.0.0.1:65536", "127.0.0.1:90x",
+                                "name:9000", ":9000"}) {
         zel_ember_session_config_t config{};
         config.provider_addr = address;
         EXPECT_EQ(zel_ember_session_init(&config), nullptr) << address;

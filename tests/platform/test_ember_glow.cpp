@@ -25,7 +25,8 @@ TEST(ember_glow, replies_of_peers_are_understood)
     EXPECT_EQ(said_in(peer_frames::root_reply), lines{"node 1 id=unit"});
     EXPECT_EQ(said_in(peer_frames::node_reply), (lines{"node 1 children", "node 1.1 id=gpio"}));
     EXPECT_EQ(said_in(peer_frames::childless_reply), lines{"node 1.1.6"});
-    EXPECT_EQ(said_in(peer_frames::enumeration_reply), lines{"parameter 1.1.1.1.1 id=type value=0 access=3 entries=" + entries + " type=6"});
+    EXPECT_EQ(said_in(peer_frames::enumeration_reply),
+              lines{"parameter 1.1.1.1.1 id=type value=0 access=3 entries=" + entries + " type=6"});
 }
 
 TEST(ember_glow, a_nested_request_names_every_node_on_the_way)
@@ -36,7 +37,8 @@ TEST(ember_glow, a_nested_request_names_every_node_on_the_way)
 TEST(ember_glow, a_request_may_carry_contents)
 {
     EXPECT_EQ(said_in(peer_frames::directory_with_value),
-              (lines{"parameter 1.1.1.1.1 id=type value=0 access=3 entries=" + entries + " type=6 children", "command 1.1.1.1.1 32"}));
+              (lines{"parameter 1.1.1.1.1 id=type value=0 access=3 entries=" + entries + " type=6 children",
+                     "command 1.1.1.1.1 32"}));
 }
 
 TEST(ember_glow, sets_of_peers_are_understood)

@@ -124,8 +124,9 @@ TEST_F(ember_memory, a_failed_allocation_leaves_no_half_an_element)
 {
     int added = 0;
     const int failures = each_failure([&] {
-        added += zel_ember_add_string_param(session_, "a name too long for a string's own room", "a description that is long as well", 0, 3,
-                                            "and a value of some length, too", nullptr, nullptr, sources_) != nullptr;
+        added += zel_ember_add_string_param(session_, "a name too long for a string's own room",
+                                            "a description that is long as well", 0, 3, "and a value of some length, too",
+                                            nullptr, nullptr, sources_) != nullptr;
     });
     EXPECT_GT(failures, 5);
     EXPECT_EQ(added, 1);

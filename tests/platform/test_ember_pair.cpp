@@ -3,6 +3,7 @@
 #include "ember_consumer_fixture.h"
 #include "provider.h"
 
+#include <algorithm>
 #include <map>
 #include <random>
 
@@ -219,7 +220,8 @@ TEST_F(ember_pair, random_trees_are_known_to_the_consumer_as_they_are)
         };
         for (int i = 0; i < 120; ++i) {
             const bool at_root = nodes.empty() || random() % 8 == 0;
-            auto [parent, above] = at_root ? std::pair<zel_ember_element_t *, std::string>{nullptr, ""} : nodes[random() % nodes.size()];
+            using place = std::pair<zel_ember_element_t *, std::string>;
+            const auto [parent, above] = at_root ? place{nullptr, ""} : nodes[random() % nodes.size()];
             const std::string name = "e " + std::to_string(i);
             const std::string path = above + "/" + name;
             int32_t number = 0;
@@ -233,8 +235,8 @@ TEST_F(ember_pair, random_trees_are_known_to_the_consumer_as_they_are)
                 break;
             case 2:
                 number = static_cast<int32_t>(1000 + random() % 1000000 * 200) + i;
-                parameters[path] = {zel_ember_add_enum_param(provider_, name.c_str(), "x", number, 3, 2, "a\nb\nc", nullptr, nullptr,
-                                                             parent), "2"};
+                parameters[path] = {zel_ember_add_enum_param(provider_, name.c_str(), "x", number, 3, 2, "a\nb\nc",
+                                                             nullptr, nullptr, parent), "2"};
                 ASSERT_NE(parameters[path].element, nullptr);
                 break;
             default:
@@ -257,7 +259,7 @@ TEST_F(ember_pair, random_trees_are_known_to_the_consumer_as_they_are)
                 sessions_.turn(0);
         }
         const auto all_known = [&] {
-            return std::all_of(parameters.begin(), parameters.end(), [&](const auto &p) { return known[p.first] == p.second.shown; });
+            return std::ranges::all_of(parameters, [&](const auto &p) { return known[p.first] == p.second.shown; });
         };
         EXPECT_TRUE(until(all_known)) << "seed " << seed;
         end();

@@ -61,7 +61,8 @@ const std::string abc_message = "message aa bb cc";
 TEST(ember_s101, the_checksum_of_the_standard_test_text_is_906e)
 {
     const std::string_view text = "123456789";
-    const auto sum = static_cast<uint16_t>(~s101::checksum(0xFFFF, {reinterpret_cast<const uint8_t *>(text.data()), text.size()}));
+    const bytes content(text.begin(), text.end());
+    const auto sum = static_cast<uint16_t>(~s101::checksum(0xFFFF, content));
     EXPECT_EQ(sum, 0x906E);
 }
 
@@ -182,7 +183,8 @@ TEST(ember_s101, a_reserved_byte_that_is_not_escaped_spoils_its_frame_only)
 
 TEST(ember_s101, frames_that_are_too_short_are_dropped)
 {
-    EXPECT_EQ(decoded(from_hex("fe ff fe 00 ff fe ff") + frame_of({0x00, 0x0E, 0x01}) + frame_of({}) + frame_of({0x00, 0x0E, 0x00, 0x01}) +
+    EXPECT_EQ(decoded(from_hex("fe ff fe 00 ff fe ff") + frame_of({0x00, 0x0E, 0x01}) + frame_of({}) +
+                      frame_of({0x00, 0x0E, 0x00, 0x01}) +
                       frame_of({0x00, 0x0E, 0x00, 0x01, 0xC0, 0x01}) + peer_frames::keep_alive_request),
               lines{"request"});
 }
@@ -236,7 +238,8 @@ TEST(ember_s101, a_frame_without_a_first_one_before_it_is_ignored)
 
 TEST(ember_s101, a_first_frame_drops_an_unfinished_message)
 {
-    EXPECT_EQ(decoded(data_frame(0x80, {0x11, 0x22}) + data_frame(0x80, {0xAA}) + data_frame(0x40, {0xBB, 0xCC})), lines{abc_message});
+    EXPECT_EQ(decoded(data_frame(0x80, {0x11, 0x22}) + data_frame(0x80, {0xAA}) + data_frame(0x40, {0xBB, 0xCC})),
+              lines{abc_message});
 }
 
 TEST(ember_s101, a_message_of_the_bound_passes_and_one_byte_more_does_not)

@@ -9,15 +9,15 @@ const { serve, unitTree } = require('./server_tree')
 
 const types = { string: ParameterType.String, enumeration: ParameterType.Enum, boolean: ParameterType.Boolean }
 
-function build(specs, paths, above = '') {
+function build(entries, paths, above = '') {
 	const children = {}
-	specs.forEach((spec, i) => {
-		const path = above ? `${above}/${spec.name}` : spec.name
-		const contents = spec.children
-			? new EmberNodeImpl(spec.name)
-			: new ParameterImpl(types[spec.kind], spec.name, undefined, spec.value, undefined, undefined,
-				ParameterAccess.ReadWrite, undefined, spec.entries)
-		children[i + 1] = new NumberedTreeNodeImpl(i + 1, contents, spec.children && build(spec.children, paths, path))
+	entries.forEach((entry, i) => {
+		const path = above ? `${above}/${entry.name}` : entry.name
+		const contents = entry.children
+			? new EmberNodeImpl(entry.name)
+			: new ParameterImpl(types[entry.kind], entry.name, undefined, entry.value, undefined, undefined,
+				ParameterAccess.ReadWrite, undefined, entry.entries)
+		children[i + 1] = new NumberedTreeNodeImpl(i + 1, contents, entry.children && build(entry.children, paths, path))
 		paths[path] = children[i + 1]
 	})
 	return children

@@ -7,15 +7,15 @@ const { serve, unitTree } = require('./server_tree')
 const types = { string: 'string', enumeration: 'enum', boolean: 'boolean' }
 
 // `numbers` takes the path of numbers of each path of identifiers: this server knows only those.
-function json(specs, numbers, above = [], names = []) {
-	return specs.map((spec, i) => {
+function json(entries, numbers, above = [], names = []) {
+	return entries.map((entry, i) => {
 		const number = i + 1
 		const path = [...above, number]
-		const identifiers = [...names, spec.name]
+		const identifiers = [...names, entry.name]
 		numbers[identifiers.join('/')] = path.join('.')
-		const common = { number, identifier: spec.name, path: path.join('.') }
-		if (spec.children) return { ...common, children: json(spec.children, numbers, path, identifiers) }
-		return { ...common, value: spec.value, type: types[spec.kind], enumeration: spec.entries, access: 'readWrite' }
+		const common = { number, identifier: entry.name, path: path.join('.') }
+		if (entry.children) return { ...common, children: json(entry.children, numbers, path, identifiers) }
+		return { ...common, value: entry.value, type: types[entry.kind], enumeration: entry.entries, access: 'readWrite' }
 	})
 }
 
