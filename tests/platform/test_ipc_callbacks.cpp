@@ -38,7 +38,9 @@ TEST(ipc, a_callback_may_end_its_own_client)
     };
     const size_t descriptors = open_descriptors();
     const std::map<std::string, int> places = {{"made", ZEL_IPC_LINK_MADE}, {"lost", ZEL_IPC_LINK_LOST}, {"message", 5}};
-    for (const auto &[name, at] : places) {
+    for (const auto &place : places) {
+        const std::string &name = place.first;
+        const int at = place.second;
         test_client client("server", name.c_str());
         int calls_after = 0;
         client.on_event = [&](const event &one) {
