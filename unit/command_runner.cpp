@@ -172,15 +172,22 @@ void command_runner::signal_all(int number) const
     }
 }
 
-void command_runner::stop(std::chrono::milliseconds patience)
+bool command_runner::all_end_within(std::chrono::milliseconds patience)
 {
-    stopping_ = true;
-    signal_all(SIGTERM);
     const auto deadline = std::chrono::steady_clock::now() + patience;
     for (reap(); any_running() && std::chrono::steady_clock::now() < deadline; reap()) (void)poll(nullptr, 0, 5);
-    if (any_running()) log_message(1, "%s: Ending commands that did not end by themselves\n", __func__);
+    return !any_running();
+}
+
+void command_runner::stop(std::chrono::milliseconds patience)
+{
+    constexpr std::chrono::seconds time_to_die{2};  // more than it takes, unless the kernel itself is stuck
+    stopping_ = true;
+    signal_all(SIGTERM);
+    if (all_end_within(patience)) return;
+    log_message(1, "%s: Ending commands that did not end by themselves\n", __func__);
     signal_all(SIGKILL);
-    reap();
+    (void)all_end_within(time_to_die);
 }
 
 }  // namespace zel

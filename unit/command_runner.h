@@ -41,6 +41,7 @@ private:
     void start(slot &each, const command_call &call);
     void take_end(slot &each);
     bool any_running() const;
+    bool all_end_within(std::chrono::milliseconds patience);
     void signal_all(int number) const;
 
     std::vector<slot> slots_;
