@@ -14,6 +14,8 @@ namespace {
 
 enum class provider { absent, present };
 
+void PrintTo(provider tree, std::ostream *out) { *out << (tree == provider::present ? "a provider" : "no provider"); }
+
 fake::bytes service_record(const char *name, int host)
 {
     fake::bytes record(238 + 100);
@@ -219,6 +221,8 @@ cost cost_of_a_day(provider tree)
     EXPECT_EQ(day.exit_status, 0) << day.output;
     cost found;
     EXPECT_EQ(std::sscanf(day.output.c_str(), "%d calls %d allocations", &found.calls, &found.allocations), 2) << day.output;
+    testing::Test::RecordProperty("calls", found.calls);
+    testing::Test::RecordProperty("allocations", found.allocations);
     EXPECT_GT(found.calls, 400);
     EXPECT_GT(found.allocations, 60);
     return found;
