@@ -381,9 +381,10 @@ TEST_F(debug, a_forked_child_counts_its_own_repeated_messages_and_not_its_parent
 {
     log_message(2, "parent\n");
     log_message(2, "parent\n");
-    EXPECT_EQ(in_child([] {
+    EXPECT_EQ(in_child([]() -> int {
         for (int i = 0; i < 3; ++i) log_message(2, "child\n");
-        return 0;
+        zel_debug_flush();
+        _exit(0);
     }), 0);
     EXPECT_EQ(texts(log_.all()), (lines{"information: parent\n", "information: child\n",
                                         "information: last message repeated 2 times\n"}));
