@@ -40,6 +40,7 @@ private:
     void rest_listening();
     void listen_again();
     void serve_timer();
+    void end_greeting(peer &late);
     void arm_timer();
     void greet(peer &from);
     void replace_namesakes(const peer &newcomer);

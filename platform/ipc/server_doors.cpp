@@ -90,14 +90,21 @@ void zel_ipc_server::serve_timer()
 {
     const int64_t now = now_ms();
     if (listen_again_ms_ != 0 && listen_again_ms_ <= now) listen_again();
-    for (uint32_t place = 0; place < peers_.places(); ++place) {
+    for (uint32_t place = 0; place < peers_.places() && !ended_; ++place) {
         peer *const one = peers_.at(place);
-        if (one == nullptr || one->at != peer::stage::greeting || one->deadline_ms > now) continue;
-        log_message(1, "%s: Process %d connected to server %s and does not greet; disconnecting it\n", __func__, one->pid,
-                    place_.server());
-        let_go(*one);
+        if (one != nullptr && one->at == peer::stage::greeting && one->deadline_ms <= now) end_greeting(*one);
     }
-    arm_timer();
+    if (!ended_) arm_timer();
+}
+
+// A server that was held up for a long time finds its timer due together with a greeting that came in time.
+void zel_ipc_server::end_greeting(peer &late)
+{
+    read_messages(late, 1);
+    if (late.at != peer::stage::greeting) return;
+    log_message(1, "%s: Process %d connected to server %s and does not greet; disconnecting it\n", __func__, late.pid,
+                place_.server());
+    let_go(late);
 }
 
 // For whatever comes first; for nothing if there is nothing to wait for.

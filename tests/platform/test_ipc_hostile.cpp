@@ -185,6 +185,20 @@ TEST(ipc_hostile, a_connection_that_does_not_greet_is_closed_in_time)
     EXPECT_FALSE(is_closed(polite));
 }
 
+TEST(ipc_hostile, a_greeting_that_came_while_the_server_was_held_up_counts)
+{
+    zel_ipc_server_config_t config{};
+    config.greeting_timeout_ms = 10;
+    watched_server one(config);
+    std::vector<unique_fd> peers;
+    for (int i = 0; i < 20; ++i) peers.push_back(connect_raw(one.unit.run("server")));
+    one.loop.turn(1000);
+    ASSERT_EQ(poll(nullptr, 0, 50), 0);   // the hold-up itself
+    for (const unique_fd &peer : peers) ASSERT_TRUE(send_raw(peer, greeting("peer")));
+    EXPECT_TRUE(one.loop.until([&] { return one.server.count("connected") == 21; }));
+    EXPECT_EQ(times_logged("does not greet"), 0u);
+}
+
 TEST(ipc_hostile, a_greeting_that_came_is_not_waited_for_any_more)
 {
     zel_ipc_server_config_t config{};
