@@ -37,6 +37,19 @@ inline void expect_consistent_handler(const handler_t &h)
     }
 }
 
+/// Only ports that list the handler, and assert it, have their bit set.
+inline void expect_consistent_mask(const handler_t &h)
+{
+    for (int32_t i = 0; i < 64; ++i) {
+        if ((h.port_mask >> i & 1) == 0)
+            continue;
+        bool asserts = false;
+        for (int32_t k = 0; i < zel::port_end && k < zel::gpios[i].num_handlers; ++k)
+            asserts = asserts || (zel::gpios[i].handlers[k] == &h && zel::gpios[i].state != zel::gpios[i].handler_inv[k]);
+        EXPECT_TRUE(asserts) << "handler " << h.id << " " << h.name << " is not asserted by port " << i;
+    }
+}
+
 /// `handlers`: false where the host toggled some that have a list, too.
 inline void expect_consistent(const unit &u, bool handler_states = true)
 {
@@ -47,6 +60,9 @@ inline void expect_consistent(const unit &u, bool handler_states = true)
         EXPECT_EQ(zel::relays[r].active_trigs, active_entries(zel::triggers_of(zel::relays[r]))) << which;
         EXPECT_EQ(u.level(201 + r), zel::relays[r].active_trigs != 0) << which;
     }
+    for (const handler_t &h : handler_list)
+        if (h.name != nullptr)
+            expect_consistent_mask(h);
     // Handlers behind a free slot hear of nothing.
     for (int32_t id = 0; id < 200 && handler_list[id].name != nullptr; ++id)
         if (handler_states)

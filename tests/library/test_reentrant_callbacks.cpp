@@ -289,6 +289,50 @@ TEST(reentrant_callback, of_a_button_press_may_press_the_other_button)
     expect_consistent(u);
 }
 
+TEST(reentrant_callback, of_a_handler_that_is_being_disconnected_does_not_leave_it_asserted)
+{
+    unit u;
+    describe(u);
+    u.set("user_buttons/btn_2/handler", "First, Last").set("user_buttons/btn_2/handler_invert", "0, 0");
+    ASSERT_EQ(u.start(), 0);
+    bool armed = false;
+    u.handler("First", [&](int32_t, uint8_t, uintptr_t) {
+        if (std::exchange(armed, false))
+            zel_gpio_notify_user_button_event(1);
+    });
+    u.handler("Last");
+    armed = true;
+    u.take();
+    EXPECT_EQ(zel::remove_gpio_handler_connection(button_2, 0), 0);
+    EXPECT_EQ(port_handlers(button_2), "Last#1");
+    EXPECT_EQ(handler_list[0].port_mask, 0u);
+    EXPECT_EQ(handler_list[0].state, 0);
+    const lines calls = u.take_of("callback First");
+    ASSERT_FALSE(calls.empty());
+    EXPECT_EQ(calls.back(), "callback First source 2 state 0 context 0") << "what the host was told last";
+    EXPECT_EQ(handler_list[1].state, 1);
+}
+
+TEST(reentrant_callback, of_a_handler_that_is_being_removed_does_not_leave_the_next_one_of_its_slot_asserted)
+{
+    unit u;
+    describe(u);
+    u.set("user_buttons/btn_2/handler", "First").set("user_buttons/btn_2/handler_invert", "0");
+    ASSERT_EQ(u.start(), 0);
+    bool armed = false;
+    u.handler("First", [&](int32_t, uint8_t, uintptr_t) {
+        if (std::exchange(armed, false))
+            zel_gpio_notify_user_button_event(1);
+    });
+    armed = true;
+    ASSERT_EQ(zel_gpio_deregister_handler("First"), 0);
+    ASSERT_EQ(u.handler("Next"), 0);
+    EXPECT_EQ(handler_list[0].port_mask, 0u);
+    u.take();
+    EXPECT_EQ(zel_gpio_set_handler_state(0), 0);
+    EXPECT_EQ(u.count_of("callback Next source -1"), 1) << "no input asserts it, so the host can toggle it";
+}
+
 // ---- At random ----
 
 namespace {
