@@ -107,6 +107,15 @@ TEST_F(fresh_log, the_environment_names_the_log_file)
     EXPECT_TRUE(log_.all().empty());
 }
 
+TEST_F(fresh_log, the_count_of_repeated_messages_is_written_at_exit)
+{
+    EXPECT_EQ(in_child([] {
+        for (int i = 0; i < 4; ++i) log_message(1, "again\n");
+        return 0;
+    }), 0);
+    EXPECT_EQ(texts(log_.all()), (lines{"warning: again\n", "warning: last message repeated 3 times\n"}));
+}
+
 TEST_F(debug, a_line_bears_both_times_the_program_the_process_and_the_level)
 {
     zel_debug_set_program("zel_unit");
@@ -185,15 +194,6 @@ TEST_F(debug, the_count_of_repeated_messages_is_written_on_demand_and_once)
     zel_debug_flush();
     zel_debug_flush();
     EXPECT_EQ(texts(log_.all()), (lines{"information: same\n", "information: last message repeated 1 time\n"}));
-}
-
-TEST_F(debug, the_count_of_repeated_messages_is_written_at_exit)
-{
-    EXPECT_EQ(in_child([] {
-        for (int i = 0; i < 4; ++i) log_message(1, "again\n");
-        return 0;
-    }), 0);
-    EXPECT_EQ(texts(log_.all()), (lines{"warning: again\n", "warning: last message repeated 3 times\n"}));
 }
 
 TEST_F(debug, an_interval_of_zero_writes_every_message)
