@@ -13,6 +13,7 @@ import os
 import re
 import selectors
 import shutil
+import signal
 import socket
 import stat
 import subprocess
@@ -211,6 +212,7 @@ def main():
     if shutil.which(EMULATOR) is None:
         print("kernel_test: left out, %s is not installed" % EMULATOR)
         return 77
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # the emulator is ended on the way out
     deadline = time.monotonic() + WHOLE_RUN_S
     results = Results(sys.argv[3:])
     with tempfile.TemporaryDirectory(prefix="zel-kernel-") as folder:
