@@ -333,6 +333,54 @@ TEST(reentrant_callback, of_a_handler_that_is_being_removed_does_not_leave_the_n
     EXPECT_EQ(u.count_of("callback Next source -1"), 1) << "no input asserts it, so the host can toggle it";
 }
 
+TEST(reentrant_callback, that_removes_the_handler_that_is_being_removed_leaves_what_took_its_slot)
+{
+    unit u;
+    describe(u);
+    u.set("user_buttons/btn_2/handler", "First, Last").set("user_buttons/btn_2/handler_invert", "0, 0");
+    u.set("on_grid_handlers", "First, Last, Next").set("handler_info/Next/triggers", "Eth Link Down");
+    u.set("handler_info/Next/trigger_inverts", "1");
+    ASSERT_EQ(u.start(), 0);
+    bool armed = false;
+    u.handler("First");
+    u.handler("Last", [&](int32_t, uint8_t, uintptr_t) {
+        if (!std::exchange(armed, false))
+            return;
+        EXPECT_EQ(zel_gpio_deregister_handler("First"), 0);
+        EXPECT_EQ(u.handler("Next"), 0);
+    });
+    armed = true;
+    (void)zel_gpio_deregister_handler("First");
+    EXPECT_EQ(u.handler_id("First"), -1);
+    EXPECT_EQ(u.handler_id("Next"), 0);
+    EXPECT_EQ(handler_triggers(0), "!Eth Link Down#0");
+    EXPECT_EQ(saved(u, "handler_info/Next/triggers"), "\"Eth Link Down\"");
+}
+
+TEST(reentrant_callback, that_removes_the_trigger_that_is_being_removed_leaves_what_took_its_slot)
+{
+    unit u;
+    describe(u);
+    ASSERT_EQ(u.start(), 0);
+    u.trigger("On Air");
+    const int32_t id = u.trigger_id("On Air");
+    bool armed = false;
+    u.handler("First", [&](int32_t, uint8_t, uintptr_t) {
+        if (!std::exchange(armed, false))
+            return;
+        EXPECT_EQ(zel_gpio_deregister_trigger("On Air"), 0);
+        EXPECT_EQ(u.trigger("Next"), id);
+        zel_gpio_notify_trigger_event(id, 1);
+    });
+    connect(of_handler, 0, id);
+    armed = true;
+    (void)zel_gpio_deregister_trigger("On Air");
+    EXPECT_EQ(u.trigger_id("On Air"), -1);
+    EXPECT_EQ(u.trigger_id("Next"), id);
+    EXPECT_EQ(trigger_list[id].state, 1);
+    EXPECT_EQ(handler_triggers(0), "");
+}
+
 // ---- At random ----
 
 namespace {
