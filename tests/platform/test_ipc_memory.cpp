@@ -16,6 +16,7 @@ extern "C" {
 void *__libc_malloc(size_t size);
 void *__libc_calloc(size_t count, size_t size);
 void *__libc_realloc(void *old, size_t size);
+void *__libc_memalign(size_t alignment, size_t size);
 
 void __libc_free(void *memory);
 
@@ -56,6 +57,11 @@ static void *counted(void *memory)
 {
     if (is_to_fail()) return nullptr;
     return old == nullptr ? counted(__libc_malloc(size)) : __libc_realloc(old, size);
+}
+
+[[gnu::visibility("default")]] void *aligned_alloc(size_t alignment, size_t size)
+{
+    return is_to_fail() ? nullptr : counted(__libc_memalign(alignment, size));
 }
 
 [[gnu::visibility("default")]] void free(void *memory)
