@@ -173,3 +173,50 @@ TEST(ipc, a_descriptor_beyond_an_fd_set_is_left_out_of_it_and_served_all_the_sam
     EXPECT_TRUE(client.up());
     for (const int filler : fillers) close(filler);
 }
+
+namespace {
+
+void ignore(zel_ipc_client_t *, uint8_t, const void *, uint32_t) {}
+
+// Serves both until the client is connected, at most so many times; waits between them where there is something to wait for.
+void pump(zel_ipc_client_t *client, test_server &server, int most)
+{
+    for (int turn = 0; turn < most && server.count("connected") == 0; ++turn) {
+        pollfd due[2] = {{zel_ipc_client_fd(client), POLLIN, 0}, {zel_ipc_server_fd(server.handle), POLLIN, 0}};
+        (void)poll(due, 2, 1000);
+        zel_ipc_client_process_fds(client, nullptr);
+        zel_ipc_server_process_fds(server.handle, nullptr);
+    }
+}
+
+}  // namespace
+
+TEST(ipc, ends_that_run_out_of_descriptors_fail_cleanly_or_go_on_when_there_are_some)
+{
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    bool went_well = false;
+    for (rlim_t room = 0; !went_well; ++room) {
+        ASSERT_LT(room, 30u);
+        const unit_folder unit;
+        const size_t descriptors = open_descriptors();
+        const int next_free = dup(0);
+        close(next_free);
+        const rlimit few = {static_cast<rlim_t>(next_free) + room, before.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+        {
+            test_server server;
+            zel_ipc_client_t *const probe = zel_ipc_client_init("server", "probe", ignore, nullptr);
+            const bool both = probe != nullptr && server.handle != nullptr;
+            EXPECT_EQ(times_logged("Failed to make the descriptors for server"), probe == nullptr ? 1u : 0u) << room;
+            EXPECT_TRUE(server.handle != nullptr || times_logged("0 ") >= 1) << room;
+            pump(probe, server, 3);
+            went_well = both && server.count("connected") == 1;
+            ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+            if (both) pump(probe, server, 1000);
+            EXPECT_EQ(server.count("connected"), both ? 1u : 0u) << room;
+            zel_ipc_client_term(probe);
+        }
+        EXPECT_EQ(open_descriptors(), descriptors) << room;
+    }
+}

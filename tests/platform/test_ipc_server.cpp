@@ -124,6 +124,25 @@ TEST(ipc, a_stale_socket_is_replaced_and_anything_else_in_its_place_is_not)
     EXPECT_TRUE(std::filesystem::is_empty(unit.run())) << "the failed one left no lock";
 }
 
+TEST(ipc, a_unit_whose_folder_cannot_be_made_is_told_so_and_works_when_it_can)
+{
+    const unit_folder unit;
+    write_text(unit.top() + "/run", "a file where the folder should be");
+    test_client client;
+    EXPECT_EQ(times_logged("1 open: Failed to make folder"), 1u);
+    {
+        const test_server server;
+        EXPECT_EQ(server.handle, nullptr);
+        EXPECT_EQ(times_logged("0 open: Failed to make folder"), 1u);
+    }
+    test_loop loop(client);
+    loop.turn(1000);
+    std::filesystem::remove(unit.top() + "/run");
+    test_server server;
+    loop.add(server);
+    EXPECT_TRUE(loop.until([&] { return client.up(); }));
+}
+
 TEST(ipc, a_unit_whose_folder_is_removed_while_its_client_waits_gets_its_server_back)
 {
     const unit_folder unit;
