@@ -190,9 +190,18 @@ void unit::turn()
     process(&readable, &exceptional);
 }
 
+// The library offers the pins of inputs that UDP commands drive, but leaves them unread; an edge there would end every wait.
+void unit::discard_gpi_edges(const fd_set *exceptional)
+{
+    for (const pin_settings &pins : settings_.pins) {
+        if (!pins.cough) zel_sys_gpio_discard_edge(pins.in_pin, exceptional);
+    }
+}
+
 void unit::process(fd_set *readable, fd_set *exceptional)
 {
     zel_gpio_process_fds(readable, exceptional);
+    if (settings_.udp_enabled) discard_gpi_edges(exceptional);
     feed_.settle();
     if (ember_.session() != nullptr) zel_ember_process_fds(ember_.session(), readable);
     zel_sys_control_process_fds(readable);

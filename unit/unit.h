@@ -45,6 +45,7 @@ private:
     void take_signals();
     void turn();
     void process(fd_set *readable, fd_set *exceptional);
+    void discard_gpi_edges(const fd_set *exceptional);
 
     unit_settings settings_;
     port_map ports_{settings_};

@@ -56,6 +56,10 @@ typedef void (*zel_sys_pin_observer_t)(void *user_data, int32_t pin, int32_t dir
 /** Set the one observer of this process; null removes it. */
 void zel_sys_set_pin_observer(zel_sys_pin_observer_t observer, void *user_data);
 
+/** Drop a pending edge of the input with this number, if its descriptor is set in `exceptfds`, so that it does not end every wait.
+ *  For inputs that the library leaves alone because UDP commands drive them. Nothing for a pin that is not open. */
+void zel_sys_gpio_discard_edge(int32_t pin, const fd_set *exceptfds);
+
 /** Close (`pressed` 1) or open (0) the contact at a simulated input. A closed contact reads 1 whatever the polarity.
  *  The contact keeps its position while the pin is closed. 0, or -1 (not simulated, negative number). */
 int zel_sys_sim_press(int32_t pin, int pressed);

@@ -111,6 +111,14 @@ int zel_sys_gpio_fd(zel_sys_gpio_t *pin)
     return pin != nullptr ? pin->fd() : -1;
 }
 
+void zel_sys_gpio_discard_edge(int32_t pin, const fd_set *exceptfds)
+{
+    const pin_state *const state = find_pin_state(pin);
+    zel_sys_gpio *const open = state != nullptr ? state->open : nullptr;
+    const int fd = zel_sys_gpio_fd(open);
+    if (fd >= 0 && exceptfds != nullptr && FD_ISSET(fd, exceptfds)) (void)zel_sys_gpio_read(open);
+}
+
 void zel_sys_set_pin_observer(zel_sys_pin_observer_t observer, void *user_data)
 {
     set_pin_listener(pin_listener::host, observer, user_data);

@@ -156,21 +156,22 @@ int32_t start_output(gpio_port_t &port)
     return set_gpio_ember_status(&port, 0);
 }
 
-int32_t init_one_physical(gpio_port_t &port, const gpio_phys_cfg_t &pins)
+// False where start-up ends: at a port that failed before, or in, being added to the tree.
+bool init_one_physical(gpio_port_t &port, const gpio_phys_cfg_t &pins, int32_t *result)
 {
     constexpr const char *function = "init_phys_gpio";
     pin_table[port.index] = pins;
     port_name trigger_name;
     const int32_t trigger_id = register_physical(pins, trigger_name);
-    int32_t result = 0;
+    *result = 0;
     zel_json_obj_t *const object = load_record(phys_gpio_json_obj, port_key(port),
-                                               "%s: Failed to load json object: physical->%s\n", function, &result);
-    if (object != nullptr) result = set_up_physical(port, object, trigger_id, trigger_name.text);
-    result = add_to_tree(result, add_gpio_to_ember_tree, port.index);
-    if (result == -1) return result;
+                                               "%s: Failed to load json object: physical->%s\n", function, result);
+    if (object != nullptr) *result = set_up_physical(port, object, trigger_id, trigger_name.text);
+    *result = add_to_tree(*result, add_gpio_to_ember_tree, port.index);
+    if (*result == -1) return false;
     if (port.type == type_input) set_port_handler_state(port.index);
-    if (port.type == type_output && port.num_trigs > 0) return start_output(port);
-    return result;
+    if (port.type == type_output && port.num_trigs > 0) *result = start_output(port);
+    return true;
 }
 
 // ---- Relays
@@ -324,7 +325,7 @@ int32_t init_phys_gpio(const gpio_phys_cfg_t *phys_cfg, int32_t count)
     }
     gpi_count = cough_count = 0;
     int32_t result = 0;
-    for (int32_t i = 0; i < count && result != -1; ++i) result = init_one_physical(gpios[i], phys_cfg[i]);
+    for (int32_t i = 0; i < count && init_one_physical(gpios[i], phys_cfg[i], &result); ++i) {}
     phys_gpio_count = gpi_count + cough_count;
     keep_count(phys_gpio_json_obj, "phys_gpio_count", zel_gpio_get_phys_gpio_count(), phys_gpio_count);
     return result;

@@ -156,4 +156,23 @@ TEST(simulated_contacts, have_numbers_from_0_and_only_so_many)
     EXPECT_NE(open_pin(pin, 0), nullptr) << "the host's own pins open all the same";
 }
 
+TEST(a_pending_edge, that_nobody_reads_can_be_dropped_by_the_pins_number)
+{
+    const unit_folder unit;
+    const pin_handle pin = open_pin(5, 0);
+    ASSERT_NE(pin, nullptr);
+    ASSERT_GE(zel_sys_gpio_set_edge(pin.get(), 3), 0);
+    ASSERT_EQ(zel_sys_sim_press(5, 1), 0);
+    fd_set none, pending;
+    FD_ZERO(&none);
+    FD_ZERO(&pending);
+    FD_SET(zel_sys_gpio_fd(pin.get()), &pending);
+    zel_sys_gpio_discard_edge(5, nullptr);
+    zel_sys_gpio_discard_edge(5, &none);
+    zel_sys_gpio_discard_edge(6, &pending);
+    EXPECT_TRUE(exceptional(zel_sys_gpio_fd(pin.get())));
+    zel_sys_gpio_discard_edge(5, &pending);
+    EXPECT_FALSE(exceptional(zel_sys_gpio_fd(pin.get())));
+}
+
 }  // namespace
