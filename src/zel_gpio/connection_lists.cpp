@@ -156,6 +156,23 @@ int32_t set_owner_list(int32_t owner, int32_t index, const exchange_list &text)
     return setters[owner](index, text.ids(), text.inverts(), 0);
 }
 
+bool lists_handler(const gpio_port_t &port, const handler_t &handler)
+{
+    for (int32_t k = 0; k < port.num_handlers; ++k) {
+        if (port.handlers[k] == &handler) return true;
+    }
+    return false;
+}
+
+// A callback of the handler may have set the port's bit again before the port let go of it; nothing else would ever clear it.
+void clear_left_over_bit(const gpio_port_t &port, handler_t &handler)
+{
+    if ((handler.port_mask & port_bit(port.index)) == 0 || lists_handler(port, handler)) return;
+    handler.port_mask &= ~port_bit(port.index);
+    handler.state = handler_level(handler);
+    call_handler(handler, port.index, port.input_mode);
+}
+
 // The handler that mirrors a connection, with the entry of its list; null if there is none.
 struct mirror {
     handler_t *handler;
@@ -301,7 +318,10 @@ int32_t remove_gpio_handler_connection(int32_t index, int32_t handler_id)
         handler->state = handler_level(*handler);
         call_handler(*handler, index, port.input_mode);
     }
-    return found ? set_gpio_handler_list(index, text.ids(), text.inverts(), 0) : -1;
+    if (!found) return -1;
+    const int32_t result = set_gpio_handler_list(index, text.ids(), text.inverts(), 0);
+    clear_left_over_bit(port, handler_list[handler_id]);
+    return result;
 }
 
 }  // namespace zel

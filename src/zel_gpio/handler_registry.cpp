@@ -29,6 +29,9 @@ int32_t slot_for_new_handler(const char *name, const char *function)
     return none;
 }
 
+// Counts the names that each slot has had, to see whether a callback put another one in.
+uint32_t names_held[handler_count];
+
 // What the slot's last handler may have left behind: entries of triggers that were never registered.
 void forget_old_list(handler_t &handler)
 {
@@ -50,11 +53,14 @@ void deliver_saved_triggers(handler_t &handler)
     }
 }
 
-void disconnect_handler(int32_t id)
+// Takes the handler out of all lists and empties its own. False if a callback freed the slot meanwhile: what took it stays.
+bool disconnect_handler(int32_t id)
 {
-    for (int32_t index = 0; index < port_end; ++index) (void)remove_gpio_handler_connection(index, id);
-    for (int32_t trigger = 0; trigger < trigger_count; ++trigger)
+    const uint32_t holder = names_held[id];
+    for (int32_t index = 0; index < port_end && names_held[id] == holder; ++index) (void)remove_gpio_handler_connection(index, id);
+    for (int32_t trigger = 0; trigger < trigger_count && names_held[id] == holder; ++trigger)
         (void)set_trigger_connection(owner_handler, 0, id, trigger, 0);
+    return names_held[id] == holder;
 }
 
 void rename_in_port(gpio_port_t &port, const handler_t &handler)
@@ -90,6 +96,7 @@ void save_under_new_name(handler_t &handler, bool was_saved)
 bool store_new_name(handler_t &handler, const char *new_name)
 {
     char *const copy = strdup(new_name);
+    ++names_held[handler.id];
     release_text(handler.name);
     handler.name = copy;
     if (copy == nullptr) remove_element(handler.ember_param);
@@ -113,6 +120,7 @@ int32_t register_handler(const char *handler_name, zel_gpio_handler_func_t handl
     log_message(2, "%s: Registered handler '%s' (id = %d)\n", __func__, handler_name, id);
     if (led_handler == 0) handler.ember_param = add_name_leaf(nodes.handlers, "h-%d", id, handler_name);
     forget_old_list(handler);
+    ++names_held[id];
     handler.id = id;
     handler.func = handler_func;
     handler.arg = arg;
@@ -216,7 +224,8 @@ int32_t zel_gpio_deregister_handler(const char *handler_name)
     if (snmp_client != nullptr)
         log_message(4, "%s: SENDING SNMP HANDLER INFO (index = %d, name = '%s')\n", __func__, handler->id, "");
     snmp_send_handler_removed(handler->id);
-    disconnect_handler(handler->id);
+    if (!disconnect_handler(handler->id)) return 0;
+    ++names_held[handler->id];
     (void)drop_saved_object(*handler);
     release_text(handler->name);
     handler->func = nullptr;

@@ -23,9 +23,13 @@ bool is_constant(const trigger_t &trigger)
     return trigger.id < built_in_triggers && trigger.name == built_in_names[trigger.id];
 }
 
+// Counts the names that each slot has had, to see whether a callback put another one in.
+uint32_t names_held[trigger_count];
+
 // Stores a name that the slot owns from now on; null frees the slot.
 void give_name(trigger_t &trigger, char *name)
 {
+    ++names_held[trigger.id];
     if (!is_constant(trigger)) std::free(trigger.name);
     trigger.name = name;
 }
@@ -141,15 +145,27 @@ int32_t rename_slots(const char *old_name, const char *new_name, const char *fun
     return result;
 }
 
-void disconnect_trigger(int32_t id)
+// An input's own trigger stands outside its list; the slot's next trigger must not become the input's.
+void release_own_trigger(gpio_port_t &port, int32_t id)
 {
-    for (int32_t index = 0; index < port_end; ++index) {
-        (void)set_trigger_connection(owner_gpio, 0, index, id, 0);
-        // An input's own trigger stands outside its list; the slot's next trigger must not become the input's.
-        if (gpios[index].num_trigs == 0 && gpios[index].trig_ids[0] == id) gpios[index].trig_ids[0] = none;
-    }
-    for (int32_t index = 0; index < relay_count; ++index) (void)set_trigger_connection(owner_relay, 0, index, id, 0);
-    for (int32_t index = 0; index < handler_count; ++index) (void)set_trigger_connection(owner_handler, 0, index, id, 0);
+    if (port.num_trigs == 0 && port.trig_ids[0] == id) port.trig_ids[0] = none;
+}
+
+// Takes the trigger out of all lists and ends it. False if a callback freed the slot meanwhile: what took it stays.
+bool disconnect_trigger(int32_t id)
+{
+    const uint32_t holder = names_held[id];
+    const auto remove_from = [&](int32_t owner, int32_t count) {
+        for (int32_t index = 0; index < count && names_held[id] == holder; ++index)
+            (void)set_trigger_connection(owner, 0, index, id, 0);
+    };
+    remove_from(owner_gpio, port_end);
+    remove_from(owner_relay, relay_count);
+    remove_from(owner_handler, handler_count);
+    if (names_held[id] == holder) zel_gpio_notify_trigger_event(id, 0);
+    if (names_held[id] != holder) return false;
+    for (int32_t index = 0; index < port_end; ++index) release_own_trigger(gpios[index], id);
+    return true;
 }
 
 }  // namespace
@@ -174,6 +190,7 @@ int32_t register_trigger(const char *trigger_name, uint8_t port_trigger)
     if (id == none) return taken_by;
     trigger_t &trigger = trigger_list[id];
     trigger.name = strdup(trigger_name);
+    ++names_held[id];
     if (trigger.name == nullptr) {
         log_message(0, "%s: Failed to allocate memory to register trigger_name '%s'\n", __func__, trigger_name);
         return -1;
@@ -252,8 +269,7 @@ int32_t zel_gpio_deregister_trigger(const char *trigger_name)
         log_message(0, "%s: Trigger: '%s' not found\n", __func__, trigger_name);
         return -1;
     }
-    disconnect_trigger(trigger->id);
-    zel_gpio_notify_trigger_event(trigger->id, 0);
+    if (!disconnect_trigger(trigger->id)) return 0;
     give_name(*trigger, nullptr);
     trigger->state = 0;
     trigger->port_trigger = 0;
