@@ -3,7 +3,7 @@
 
 #include "change_feed.h"
 #include "command_runner.h"
-#include "control_requests.h"
+#include "unit_requests.h"
 #include "control_socket.h"
 #include "ember_provider.h"
 #include "grid.h"
@@ -65,7 +65,7 @@ private:
     };
     std::unique_ptr<zel_net_config_t, net_release> net_;
     unit_parts parts_{settings_, ports_, link_, wiring_, presses_, feed_};
-    control_requests requests_{parts_};
+    unit_requests requests_{parts_};
     control_socket control_;
     bool library_started_ = false;
     bool ending_ = false;

@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "address.h"
-#include "provider_requests.h"
 
 namespace zel::ember {
 
@@ -111,24 +110,6 @@ void provider::pause_listening(bool pause)
         return;
     listener_.paused = pause;
     poller_.change(listener_.socket.get(), pause ? 0u : EPOLLIN, listener_);
-}
-
-void provider::on_message(provider_client &from, std::span<const uint8_t> message)
-{
-    if (ending())
-        return;
-    // Nothing of a broken message is carried out, not even what stands before the break.
-    switch (ber::check(message)) {
-    case ber::verdict::sound:
-        request_reader(*this, from).read(message);
-        break;
-    case ber::verdict::broken:
-        log_message(4, "%s: Ignoring a broken message of %s:%u\n", __func__, from.address(), from.port());
-        break;
-    case ber::verdict::too_deep:
-        from.drop("its message is nested too deeply");
-        break;
-    }
 }
 
 void provider::run_due()

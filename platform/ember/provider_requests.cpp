@@ -1,5 +1,7 @@
 #include "provider_requests.h"
 
+#include <zel_debug.h>
+
 #include <cmath>
 #include <string>
 
@@ -144,6 +146,24 @@ void request_reader::set(element &parameter, const glow::value &value)
         session_.tell_all(*still, &from_);
     else
         session_.tell_value(from_, *still);
+}
+
+void provider::on_message(provider_client &from, std::span<const uint8_t> message)
+{
+    if (ending())
+        return;
+    // Nothing of a broken message is carried out, not even what stands before the break.
+    switch (ber::check(message)) {
+    case ber::verdict::sound:
+        request_reader(*this, from).read(message);
+        break;
+    case ber::verdict::broken:
+        log_message(4, "%s: Ignoring a broken message of %s:%u\n", __func__, from.address(), from.port());
+        break;
+    case ber::verdict::too_deep:
+        from.drop("its message is nested too deeply");
+        break;
+    }
 }
 
 }  // namespace zel::ember

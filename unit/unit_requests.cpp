@@ -1,4 +1,4 @@
-#include "control_requests.h"
+#include "unit_requests.h"
 
 #include "common/json_reading.h"
 #include "common/json_text.h"
@@ -256,7 +256,7 @@ std::string failure(const char *text)
 
 }  // namespace
 
-std::string control_requests::answer(std::string_view line, control_client &client)
+std::string unit_requests::answer(std::string_view line, control_client &client)
 {
     try {
         const json_handle request(json_loadb(line.data(), line.size(), 0, nullptr));

@@ -10,9 +10,9 @@
 
 namespace zel {
 
-class control_requests {
+class unit_requests {
 public:
-    explicit control_requests(unit_parts &unit) : unit_(unit) {}
+    explicit unit_requests(unit_parts &unit) : unit_(unit) {}
 
     std::string answer(std::string_view line, control_client &client);
 
