@@ -13,3 +13,5 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/zelgpio-config-version.cmak
 install(FILES ${CMAKE_BINARY_DIR}/zelgpio.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 install(FILES ${CMAKE_BINARY_DIR}/zelgpio-config.cmake ${CMAKE_BINARY_DIR}/zelgpio-config-version.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zelgpio)
+install(FILES packaging/man/zel_unit.1 packaging/man/zelctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -37,6 +37,13 @@ private:
     exchange_pieces ids_, inverts_;
 };
 
+bool is_full(int32_t count, const char *function)
+{
+    if (count < list_size) return false;
+    log_message(1, "%s: A list holds %d entries at most; the rest is left out\n", function, list_size);
+    return true;
+}
+
 void empty_list(const trigger_view &list, int32_t handler_id)
 {
     for (int32_t k = 0; k < *list.count; ++k) {
@@ -99,8 +106,9 @@ int32_t build_new_handler_list(gpio_port_t &port, const char *ids, const char *i
     port.num_handlers = 0;
     exchange_pairs pairs(ids, inverts);
     long id;
-    for (uint8_t invert; port.num_handlers < list_size && pairs.next(id, invert);) {
+    for (uint8_t invert; pairs.next(id, invert);) {
         if (id < 0 || id >= handler_count || handler_list[id].name == nullptr) continue;
+        if (is_full(port.num_handlers, "set_gpio_handler_list")) break;
         if (!append_handler(port, handler_list[id], invert)) return -1;
     }
     return 0;
@@ -212,8 +220,9 @@ int32_t build_new_trigger_list(const char *ids, const char *inverts, const trigg
     empty_list(list, handler_id);
     exchange_pairs pairs(ids, inverts);
     long id;
-    for (uint8_t invert; *list.count < list_size && pairs.next(id, invert);) {
+    for (uint8_t invert; pairs.next(id, invert);) {
         if (id < 0 || id >= trigger_count || trigger_list[id].name == nullptr) continue;
+        if (is_full(*list.count, __func__)) break;
         if (!append_trigger(list, handler_id, static_cast<int32_t>(id), invert)) return -1;
     }
     return 0;
