@@ -241,6 +241,7 @@ int32_t update_handler_json(int32_t id)
 int32_t update_on_grid_handlers()
 {
     if (gpio_json_obj == nullptr) return -1;
+    if (on_grid_handlers_text == nullptr) return 0;  // never read: what is saved must not be replaced
     list_text names;
     for (handler_t &handler : handler_list) {
         if (!listed_on_grid(handler)) continue;
@@ -255,6 +256,7 @@ int32_t update_on_grid_handlers()
 int32_t update_on_grid_triggers()
 {
     if (gpio_json_obj == nullptr) return -1;
+    if (on_grid_triggers_text == nullptr) return 0;
     list_text names;
     for (const trigger_t &trigger : trigger_list) {
         if (trigger.name != nullptr && trigger.on_grid != 0) names.add_joined(", ", trigger.name);

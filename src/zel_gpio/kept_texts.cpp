@@ -17,7 +17,7 @@ kept_text *source_names, *provider_addresses;
 bool is_source_in_use(const char *text)
 {
     if (vgpi_session_ports.next(0, 0) != none) return true;
-    for (int32_t index = phys_gpio_count; index < port_end; ++index) {
+    for (int32_t index = 0; index < port_end; ++index) {
         if (gpios[index].vgpo_src == text) return true;
     }
     return false;

@@ -36,9 +36,10 @@ int32_t checked(int32_t result, bool failed, const char *failure)
 
 bool make_port_table(const host_description &host)
 {
-    const int32_t count = host.phys_count + host.virtual_ports + 2 * host.buttons;
-    log_message(2, "%s: Calling calloc(%d, %d)\n", init_function, count, static_cast<int>(sizeof(gpio_port_t)));
-    const bool fits = host.phys_count >= 0 && host.relays_wanted >= 0 && host.virtual_ports >= 0 && host.buttons >= 0;
+    const int64_t count = int64_t{host.phys_count} + host.virtual_ports + 2 * int64_t{host.buttons};
+    log_message(2, "%s: Calling calloc(%d, %d)\n", init_function, static_cast<int>(count), static_cast<int>(sizeof(gpio_port_t)));
+    const bool fits = host.phys_count >= 0 && host.relays_wanted >= 0 && host.virtual_ports >= 0 && host.buttons >= 0 &&
+                      count <= INT32_MAX && int64_t{host.relay_base_pin} + host.relays_wanted <= INT32_MAX;
     if (fits && allocate_ports(host.phys_count, host.virtual_ports, host.buttons)) return true;
     log_message(0, "%s: Failed to allocate memory for physical, virtual and user button GPIO info\n", init_function);
     return false;

@@ -67,6 +67,14 @@ bool exchange_pieces::next(std::string_view &piece)
     return true;
 }
 
+bool name_pieces::next(std::string_view &piece)
+{
+    if (rest_ == nullptr) return false;
+    piece = std::string_view(rest_, std::strcspn(rest_, ","));
+    rest_ = rest_[piece.size()] == ',' ? rest_ + piece.size() + 1 : nullptr;
+    return true;
+}
+
 long leading_number(std::string_view piece)
 {
     // Every piece ends at a comma or at the end of its text, where the conversion stops too.

@@ -91,6 +91,16 @@ private:
     const char *rest_;
 };
 
+// Walks the names of a list, cut at each ","; only an empty text has none.
+class name_pieces {
+public:
+    explicit name_pieces(const char *text) : rest_(text[0] != '\0' ? text : nullptr) {}
+    bool next(std::string_view &piece);
+
+private:
+    const char *rest_;
+};
+
 // The leading decimal number of a piece, 0 if there is none, the nearest long if it does not fit.
 long leading_number(std::string_view piece);
 inline uint8_t invert_of(std::string_view piece) { return leading_number(piece) != 0; }

@@ -46,7 +46,7 @@ template <typename taker>
 int32_t for_each_name(const char *new_list, bool marks, const taker &take)
 {
     int32_t result = 0;
-    exchange_pieces pieces(new_list);
+    name_pieces pieces(new_list);
     for (std::string_view piece; result == 0 && pieces.next(piece);) {
         std::string_view name = without_leading_blanks(piece);
         const bool marked = marks && !name.empty() && name.front() == '!';

@@ -49,7 +49,8 @@ void keep_count(zel_json_obj_t *object, const char *key, int32_t saved, int32_t 
     if (saved != count) (void)zel_json_file_set_integer(gpio_json, object, key, count);
 }
 
-void port_is_set_up(const gpio_port_t &port)
+// Also for a port whose settings cannot be loaded: it is shown in the tree, so controllers may ask something of it.
+void port_is_in_use(const gpio_port_t &port)
 {
     port_end = std::max(port_end, port.index + 1);
 }
@@ -140,7 +141,6 @@ int32_t set_up_output(gpio_port_t &port, zel_json_obj_t *object)
 int32_t set_up_physical(gpio_port_t &port, zel_json_obj_t *object, int32_t trigger_id, const char *trigger_name)
 {
     ++total_gpio_count;
-    port_is_set_up(port);
     port.type = load_type(object, pin_table[port.index].cough ? cough_settings : gpi_settings);
     (void)zel_gpio_set_udp_pin(port.index, 0);
     if (port.type == type_input) return set_up_input(port, object, trigger_id, trigger_name);
@@ -160,6 +160,7 @@ int32_t start_output(gpio_port_t &port)
 bool init_one_physical(gpio_port_t &port, const gpio_phys_cfg_t &pins, int32_t *result)
 {
     constexpr const char *function = "init_phys_gpio";
+    port_is_in_use(port);
     pin_table[port.index] = pins;
     port_name trigger_name;
     const int32_t trigger_id = register_physical(pins, trigger_name);
@@ -225,7 +226,6 @@ int32_t set_up_vgpi(gpio_port_t &port, zel_json_obj_t *object, int32_t trigger_i
 
 int32_t set_up_virtual(gpio_port_t &port, zel_json_obj_t *object, int32_t trigger_id, const char *trigger_name)
 {
-    port_is_set_up(port);
     port.type = load_type(object, virtual_settings);
     if (port.type == type_input) return set_up_vgpi(port, object, trigger_id, trigger_name);
     return port.type == type_output ? get_gpio_triggers(object, &port) : 0;
@@ -244,6 +244,7 @@ void start_vgpo(gpio_port_t &port)
 
 int32_t init_one_virtual(gpio_port_t &port)
 {
+    port_is_in_use(port);
     const port_name trigger_name = own_name(port);
     const int32_t trigger_id = register_trigger(trigger_name.text, 1);
     int32_t result = 0;
@@ -301,7 +302,7 @@ int32_t init_one_pair(int32_t pair, bool *stop)
     *stop = led_object == nullptr;
     if (*stop) return result;
     total_gpio_count += 2;
-    port_is_set_up(led);
+    port_is_in_use(led);
     if (button_object != nullptr) set_up_button(button, button_object, trigger_id, trigger_name.text);
     else (void)add_to_tree(0, add_gpio_to_ember_tree, button.index);
     set_up_led(led, led_object);
@@ -315,10 +316,7 @@ int32_t init_phys_gpio(const gpio_phys_cfg_t *phys_cfg, int32_t count)
     zel_assert(phys_gpio_json_obj != NULL);
     zel_assert(gpio_json != NULL);
     zel_assert(gpios != NULL);
-    if (count == 0) {
-        log_message(2, "%s: No physical gpio\n", __func__);
-        return 0;
-    }
+    if (count == 0) log_message(2, "%s: No physical gpio\n", __func__);
     if (count < 0 || count > max_physical) {
         log_message(0, "%s: Too many physical gpios to map - %d/%d\n", __func__, count, max_physical);
         return -1;

@@ -121,6 +121,7 @@ void raise_own_trigger_from(gpio_port_t &port, const port_name &name)
     clear_entry(list, 0);
     list.names[0] = copy;
     list.ids[0] = find_trigger_id_by_name(name.text);
+    note_listener(port, list.ids[0]);
 }
 
 int32_t finish_input(gpio_port_t &port, uint32_t mode, int32_t handler_id, const char *vgpo_src, uint8_t invert)

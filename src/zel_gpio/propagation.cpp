@@ -83,11 +83,11 @@ bool tell_entries(const trigger_view &list, const trigger_change &change, const 
     return listens;
 }
 
-// Calls `tell` for each listener below `end` in index order, and forgets those that turn out not to listen any more.
-template <typename teller>
-void tell_listeners(index_sets &listeners, int32_t end, const trigger_change &change, const teller &tell)
+// Calls `tell` for each listener below `end()` in index order, and forgets those that turn out not to listen any more.
+template <typename limit, typename teller>
+void tell_listeners(index_sets &listeners, const limit &end, const trigger_change &change, const teller &tell)
 {
-    for (int32_t i = listeners.next(change.id, 0); i != none && i < end; i = listeners.next(change.id, i + 1)) {
+    for (int32_t i = listeners.next(change.id, 0); i != none && i < end(); i = listeners.next(change.id, i + 1)) {
         if (!change.has_listeners()) return;
         if (!tell(i)) listeners.erase(change.id, i);
     }
@@ -95,24 +95,26 @@ void tell_listeners(index_sets &listeners, int32_t end, const trigger_change &ch
 
 void tell_ports(const trigger_change &change)
 {
-    tell_listeners(port_listeners, port_end, change, [&](int32_t i) {
+    tell_listeners(port_listeners, [] { return port_end; }, change, [&](int32_t i) {
         return tell_entries(triggers_of(gpios[i]), change, [&](int32_t) { tell_port_entry(gpios[i], change); });
     });
 }
 
 void tell_relays(const trigger_change &change)
 {
-    tell_listeners(relay_listeners, relay_count, change, [&](int32_t i) {
-        if (relays[i].pin == nullptr) return true;
+    tell_listeners(relay_listeners, [] { return relay_count; }, change, [&](int32_t i) {
+        if (relays[i].pin == nullptr) {  // not told, but counted right
+            relays[i].active_trigs = count_active(triggers_of(relays[i]));
+            return true;
+        }
         return tell_entries(triggers_of(relays[i]), change, [&](int32_t k) { tell_relay_entry(relays[i], k, change); });
     });
 }
 
 void tell_handlers(const trigger_change &change)
 {
-    if (handler_listeners.next(change.id, 0) == none) return;
     // The walk ends at the first free slot; handlers behind it are not told.
-    tell_listeners(handler_listeners, first_free_handler(), change, [&](int32_t i) {
+    tell_listeners(handler_listeners, first_free_handler, change, [&](int32_t i) {
         handler_t &handler = handler_list[i];
         if (handler.name == nullptr) return false;
         return tell_entries(triggers_of(handler), change, [&](int32_t k) { tell_handler_entry(handler, k, change); });

@@ -74,8 +74,8 @@ extern int32_t gpi_count, cough_count, phys_gpio_count, virtual_gpio_count;
 extern int32_t first_user_button, user_button_count, relay_count;
 // Ports in use, short by those whose settings could not be loaded.
 extern int32_t total_gpio_count;
-// One past the last port that was set up. Differs from total_gpio_count only after such a failure; walks and index checks go
-// by this one, so that the ports behind a failed one work like any other.
+// One past the last port in use, failed ones included. Differs from total_gpio_count only after such a failure; walks and index
+// checks go by this one, so that the ports behind a failed one work like any other.
 extern int32_t port_end;
 extern uint8_t udp_pins[max_physical];
 

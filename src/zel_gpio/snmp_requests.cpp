@@ -91,10 +91,18 @@ constexpr request_row rows[] = {
 };
 static_assert(std::ranges::is_sorted(rows, {}, &request_row::type));
 
+// The class of ports that requests of this type are for.
+uint32_t class_asked_for(uint8_t type)
+{
+    if (type >= 29) return class_user_led;
+    return type >= 23 ? class_virtual : class_physical;
+}
+
 bool index_exists(uint8_t type, int64_t index)
 {
     if (type == relay_request) return relays != nullptr && index >= 0 && index < relay_count;
-    return index >= 0 && index < port_end && port_exists(static_cast<int32_t>(index));
+    return index >= 0 && index < port_end && port_exists(static_cast<int32_t>(index)) &&
+           gpios[index].gpio_class == class_asked_for(type);
 }
 
 // The port that a request means: the agent counts within the kind of object that the request is for.

@@ -96,10 +96,12 @@ void bind_relay(relay_t &relay, trigger_t &trigger)
         const trigger_view list = triggers_of(relay);
         const int32_t count = count_active(list);
         // A relay whose pin did not open is bound all the same; there is nothing to drive.
-        if (relay.pin != nullptr)
+        if (relay.pin != nullptr) {
             relay_trigger_event(&relay, entry_is_active(list, k), count);
-        else
+        } else {
             relay.active_trigs = count;
+            (void)set_relay_ember_status(&relay, 0);
+        }
         snmp_send_relay_info(relay.index);
     });
 }
@@ -140,7 +142,7 @@ int32_t rename_slots(const char *old_name, const char *new_name, const char *fun
     int32_t result = -1;
     for (trigger_t &trigger : trigger_list) {
         if (trigger.name == nullptr || std::strcmp(trigger.name, old_name) != 0) continue;
-        result = rename_slot(trigger, old_name, new_name, function);
+        if (rename_slot(trigger, old_name, new_name, function) == 0) result = 0;
     }
     return result;
 }
@@ -189,6 +191,7 @@ int32_t register_trigger(const char *trigger_name, uint8_t port_trigger)
         log_message(1, "%s: Duplicate trigger called '%s' (id = %d) already registered\n", __func__, trigger_name, taken_by);
     if (id == none) return taken_by;
     trigger_t &trigger = trigger_list[id];
+    trigger.id = id;
     trigger.name = strdup(trigger_name);
     ++names_held[id];
     if (trigger.name == nullptr) {
@@ -225,8 +228,10 @@ void free_handler_and_trigger_names()
         handler.arg = nullptr;
         for (char *&name : handler.trigger_names) release_text(name);
     }
-    for (trigger_t &trigger : trigger_list)
-        give_name(trigger, trigger.id < built_in_triggers ? const_cast<char *>(built_in_names[trigger.id]) : nullptr);
+    for (int32_t id = 0; id < trigger_count; ++id) {
+        trigger_list[id].id = id;  // also where start-up ended before it set up the table
+        give_name(trigger_list[id], id < built_in_triggers ? const_cast<char *>(built_in_names[id]) : nullptr);
+    }
 }
 
 }  // namespace zel

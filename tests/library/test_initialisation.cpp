@@ -534,3 +534,38 @@ TEST(a_failed_write_to_the_tree, for_a_relay_or_virtual_port_at_start_up_is_logg
     EXPECT_EQ(unit.level(202), 1);
     EXPECT_EQ(unit.sent("sdisc", 9).size(), 2U);
 }
+
+TEST(a_port_whose_settings_cannot_be_loaded, can_be_asked_by_a_controller)
+{
+    unit unit;
+    unit.gpis(1).virtuals(1).ember().fail("json load gpio/virtual/vgpio_0", 1);
+    ASSERT_EQ(unit.start(), 0);
+    unit.write("gpio/virtual/vgpio 1/status", 1);
+    EXPECT_EQ(unit.write("gpio/virtual/vgpio 1/type", 2), 0);
+    EXPECT_EQ(unit.write("gpio/virtual/vgpio 1/output triggers", "Eth Link Down"), 0);
+    EXPECT_EQ(unit.json("gpio/virtual/vgpio_0/trigger"), "\"Eth Link Down\"");
+}
+
+TEST(a_unit_without_physical_ports, corrects_the_count_in_the_file)
+{
+    unit unit;
+    unit.set("physical/phys_gpio_count", 3);
+    ASSERT_EQ(unit.start(), 0);
+    EXPECT_EQ(zel_gpio_get_phys_gpio_count(), 0);
+}
+
+TEST(a_start_that_built_nothing, leaves_the_saved_lists_alone)
+{
+    unit unit;
+    unit.set("on_grid_handlers", "Record").set("on_grid_triggers", "Door").fail("json load gpio/relay", 1);
+    ASSERT_EQ(unit.start(), 0);
+    unit.handler("Play");
+    EXPECT_EQ(unit.trigger("Bell"), 0);
+    EXPECT_EQ(zel_gpio_rename_trigger("Bell", "Door"), 0);
+    EXPECT_EQ(zel_gpio_deregister_handler("Play"), 0);
+    EXPECT_EQ(unit.json("gpio/on_grid_handlers"), "\"Record\"");
+    EXPECT_EQ(unit.json("gpio/on_grid_triggers"), "\"Door\"");
+    unit.stop();
+    EXPECT_STREQ(trigger_list[0].name, "Eth Link Down");
+    EXPECT_EQ(trigger_list[5].name, nullptr);
+}

@@ -71,6 +71,8 @@ const request_case request_cases[] = {
     {23, 0, 1, "", 0, "Setting phys_type for gpio index 3 to 1"},
     {24, 0, 0, "Record", 0, "Setting input function for gpio index 3 to 'Record'"},
     {25, 1, 0, "Eth Link Down", 0, "Setting trigger for gpio index 4 to 'Eth Link Down'"},
+    {25, 1, 0, "Eth Link Down,,AC Power Off", -1, "Setting trigger for gpio index 4 to 'Eth Link Down,,AC Power Off'"},
+    {35, 1, 0, "Eth Link Down,", -1, "Setting triggers for relay index 1 to 'Eth Link Down,'"},
     {27, 0, 0, near, 0, "Setting source for vGPO index 3 to 'vGPO1@Studio 2'"},
     {27, 0, 0, "vGPO1@Nowhere", -1, "Setting source for vGPO index 3 to 'vGPO1@Nowhere'"},
     {28, 1, 1, "", 0, "Setting status for gpio index 4 to 1"},
@@ -112,7 +114,7 @@ TEST(a_request, for_what_does_not_exist_fails)
 {
     unit u;
     start_all(u);
-    for (const auto &[type, index] : {std::pair{15, 9}, {15, -1}, {21, 10}, {23, INT32_MAX}, {29, 3}, {29, INT32_MIN}, {34, -3}, {35, 2}, {35, -1}}) {
+    for (const auto &[type, index] : {std::pair{15, 9}, {15, -1}, {21, 10}, {23, INT32_MAX}, {29, 3}, {29, INT32_MIN}, {34, -3}, {35, 2}, {35, -1}, {27, -1}, {23, 2}, {25, 3}, {15, 3}}) {
         u.take();
         EXPECT_EQ(ask(u, static_cast<uint8_t>(type), index, 0).result, -1) << type << " " << index;
         EXPECT_EQ(u.count_of("log 1"), 1);
