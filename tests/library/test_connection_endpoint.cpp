@@ -77,7 +77,7 @@ std::vector<connect_case> connect_cases()
         {"a trigger behind the table and an output", form(1, "event", 4711, "physical", 2), 501, output, ""},
         {"a trigger and a port of a number beyond 32 bits", "action=1&inputClass=event&inputID=3&outputClass=physical&outputID=4294967298",
          501, output, ""},
-        {"a trigger of a number beyond 32 bits", "action=1&inputClass=event&inputID=4294967299&outputClass=relay&outputID=0", 200, relay, ""},
+        {"a trigger of a number beyond 32 bits", "action=1&inputClass=event&inputID=4294967299&outputClass=physical&outputID=2", 501, output, ""},
     };
 }
 

@@ -106,7 +106,8 @@ TEST(free_items, are_triggers_or_handlers_and_disabled_ports)
     EXPECT_EQ(get(u, "getFreeGpio=1").text, "{\"handlers\":" + list({item(1, "event", "Play", 0)}) + ",\"gpio\":" +
                                                 list({disabled, item(1, "relay", "Relay 2", 0)}) + "}");
     EXPECT_EQ(get(u, "getFreeGpio=2").text, "{\"gpio\":" + list({disabled}) + "}");
-    EXPECT_EQ(get(u, "getFreeGpio=4294967296").text, "{\"gpio\":" + list({disabled}) + "}");
+    // What is no number where a long has 32 bits is any other number elsewhere; it is never cut down to 0.
+    EXPECT_EQ(get(u, "getFreeGpio=4294967296").text, sizeof(long) == 4 ? "" : "{\"gpio\":" + list({disabled}) + "}");
     EXPECT_EQ(get(u, "getFreeGpio=x").text, "");
     EXPECT_EQ(get(u, "gpioType=relay").text, "");
 }
@@ -156,8 +157,8 @@ const bad_form bad_forms[] = {
     {"gpioType=user_button&gpioPort=6&newState=1", "0 gpio_grid_post_handler: Failed to get new input mode"},
     {"gpioType=virtual&gpioPort=3&newState=1", "0 gpio_grid_post_handler: Failed to get new vgpo src"},
     {"gpioType=physical&gpioPort=0&newState=1&gpioInMode=2", "0 set_gpio_to_input: Invalid input mode 2"},
-    {"gpioType=physical&gpioPort=0&newState=1&gpioInMode=4294967297", "0 set_gpio_to_input: Invalid input mode 2147483647"},
-    {"gpioType=physical&gpioPort=0&newState=1&gpioInMode=-4294967296", "0 set_gpio_to_input: Invalid input mode 2147483647"},
+    {"gpioType=physical&gpioPort=0&newState=1&gpioInMode=4294967297", nullptr},
+    {"gpioType=physical&gpioPort=0&newState=1&gpioInMode=-4294967296", nullptr},
     {"gpioType=user_led&gpioPort=7&newState=1", "0 set_gpio_to_input: Cannot set user button LED as an input"},
     {"gpioType=user_button&gpioPort=6&newState=2", "0 set_gpio_to_output: Cannot set user button as an output"},
     {"gpioType=event&gpioPort=200&newState=0", nullptr},
