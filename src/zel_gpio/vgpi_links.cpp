@@ -1,5 +1,6 @@
 #include "zel_gpio/vgpi_links.h"
 
+#include <cstdio>
 #include <cstring>
 
 #include "zel_debug.h"
@@ -68,15 +69,6 @@ void port_found_again(gpio_port_t &port, const char *address, uint16_t port_numb
         log_message(0, "%s: Get vGPO type param failed (src addr = '%s:%u')\n", function, address, port_number);
 }
 
-void vgpi_connect_cb(void *user_data, uint8_t connected, const char *address, uint16_t port_number)
-{
-    const gpio_port_t *const maker = static_cast<const gpio_port_t *>(user_data);
-    log_message(2, "%s: Device at %s:%d has %sconnected\n", __func__, address, port_number, connected == 1 ? "" : "dis");
-    for_each_user_of(maker->vgpi_session, [&](gpio_port_t &port) {
-        connected == 1 ? port_found_again(port, address, port_number) : port_lost(port);
-    });
-}
-
 zel_ember_session_t *find_shared_session(const char *address)
 {
     for (int32_t i = vgpi_session_ports.next(0, 0); i != none; i = vgpi_session_ports.next(0, i + 1)) {
@@ -85,6 +77,26 @@ zel_ember_session_t *find_shared_session(const char *address)
         if (std::strcmp(port.vgpi_provider_addr, address) == 0) return port.vgpi_session;
     }
     return nullptr;
+}
+
+// The session that calls back carries the port that made it. That port may have left it to others since, and may even have
+// made another; the provider's address tells which session it is.
+const zel_ember_session_t *calling_session(const gpio_port_t &maker, const char *address, uint16_t port_number)
+{
+    char provider[64];
+    const int length = std::snprintf(provider, sizeof provider, "%s:%u", address, port_number);
+    const bool fits = length > 0 && static_cast<size_t>(length) < sizeof provider;
+    const zel_ember_session_t *const session = fits ? find_shared_session(provider) : nullptr;
+    return session != nullptr ? session : maker.vgpi_session;
+}
+
+void vgpi_connect_cb(void *user_data, uint8_t connected, const char *address, uint16_t port_number)
+{
+    const gpio_port_t &maker = *static_cast<const gpio_port_t *>(user_data);
+    log_message(2, "%s: Device at %s:%d has %sconnected\n", __func__, address, port_number, connected == 1 ? "" : "dis");
+    for_each_user_of(calling_session(maker, address, port_number), [&](gpio_port_t &port) {
+        connected == 1 ? port_found_again(port, address, port_number) : port_lost(port);
+    });
 }
 
 zel_ember_session_t *make_session(gpio_port_t &port, const char *address)

@@ -2,5 +2,6 @@
 zel_test(test_vgpo_list SOURCES test_vgpo_list.cpp LIBS zelgpio_static fake_platform LABELS library)
 zel_test(test_vgpo_discovery SOURCES test_vgpo_discovery.cpp LIBS zelgpio_static fake_platform LABELS library)
 zel_test(test_vgpi_links SOURCES test_vgpi_links.cpp LIBS zelgpio_static fake_platform LABELS library)
+zel_test(test_shared_sessions SOURCES test_shared_sessions.cpp LIBS zelgpio_static fake_platform LABELS library)
 zel_test(test_web_endpoints SOURCES test_grid_endpoint.cpp test_connection_endpoint.cpp LIBS zelgpio_static fake_platform LABELS library)
 zel_test(test_snmp SOURCES test_snmp_info.cpp test_snmp_requests.cpp LIBS zelgpio_static fake_platform LABELS library)
