@@ -5,12 +5,13 @@
 namespace zel {
 
 const char unit_usage[] =
-    "usage: zel_unit [--root DIR]\n"
+    "usage: zel_unit [--root DIR] [--with-daemons]\n"
     "       zel_unit [--root DIR] --check [FILE]\n"
     "       zel_unit --settings | --help | --version\n"
     "\n"
     "Runs the unit whose files lie below DIR (default: $ZEL_ROOT, else /) until SIGINT or SIGTERM.\n"
     "  --root DIR      the unit's root; its settings are in DIR/etc/zel/unit.json\n"
+    "  --with-daemons  run the discovery daemon and the SNMP agent beside the unit, as long as it runs\n"
     "  --check [FILE]  read the settings (or FILE), print every mistake, run nothing\n"
     "  --settings      print the table of all settings\n"
     "\n"
@@ -34,6 +35,8 @@ std::optional<command_line> parse_command_line(int count, char **words, std::str
         } else if (word == "--check") {
             line.task = unit_task::check;
             if (has_next && words[i + 1][0] != '-') line.file = words[++i];
+        } else if (word == "--with-daemons") {
+            line.with_daemons = true;
         } else if (word == "--settings") {
             line.task = unit_task::settings;
         } else if (word == "--help" || word == "-h") {

@@ -12,6 +12,7 @@ struct command_line {
     unit_task task = unit_task::run;
     std::optional<std::string> root;
     std::optional<std::string> file;  // to check
+    bool with_daemons = false;
 };
 
 extern const char unit_usage[];

@@ -63,13 +63,13 @@ int check(const std::string &path)
     return print(path + ": no mistakes\n");
 }
 
-int run_unit(const std::string &path)
+int run_unit(const std::string &path, bool with_daemons)
 {
     zel::unit_settings settings;
     if (!read_or_complain(path, settings)) return wrong_settings;
     // The environment's level is for one run, and wins.
     if (std::getenv("ZEL_LOG_LEVEL") == nullptr) zel_debug_set_level(zel_debug_level_from_name(settings.log_level.c_str()));
-    zel::unit unit(std::move(settings));
+    zel::unit unit(std::move(settings), with_daemons);
     if (!unit.start()) return could_not_run;
     unit.run();
     return ended_as_asked;
@@ -92,7 +92,7 @@ int run(int count, char **words)
     case zel::unit_task::check: return check(path);
     case zel::unit_task::run: break;
     }
-    return run_unit(path);
+    return run_unit(path, line->with_daemons);
 }
 
 }  // namespace

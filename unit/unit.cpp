@@ -20,6 +20,7 @@ namespace zel {
 namespace {
 
 constexpr std::chrono::milliseconds command_patience{2000};
+constexpr std::chrono::milliseconds companion_patience{3000};  // a daemon says good-bye to the network
 
 std::vector<gpio_phys_cfg_t> pin_table(const unit_settings &settings)
 {
@@ -37,7 +38,7 @@ std::string in_socket_folder(const char *name)
 
 }  // namespace
 
-unit::unit(unit_settings settings) : settings_(std::move(settings)) {}
+unit::unit(unit_settings settings, bool with_daemons) : settings_(std::move(settings)), with_daemons_(with_daemons) {}
 
 unit::~unit()
 {
@@ -46,6 +47,7 @@ unit::~unit()
     link_.close();
     zel_sys_set_pin_observer(nullptr, nullptr);
     if (library_started_) zel_gpio_term();
+    companions_.stop(companion_patience);
     zel_sys_control_close();
     ember_.close();
     commands_.stop(command_patience);
@@ -59,6 +61,7 @@ bool unit::start()
     if (!net_) return false;
     parts_.ember_open = ember_.open(settings_, unit_serial());
     zel_sys_set_pin_observer(change_feed::observe_pin, &feed_);
+    if (with_daemons_) companions_.start({"zel_sdiscd", "zel_snmpd"});
     if (zel_sys_control_open() != 0) log_message(1, "%s: The pins have no control socket\n", __func__);
     if (!start_library()) return false;
     functions_.register_all();
@@ -144,8 +147,10 @@ void unit::take_signals()
     signalfd_siginfo each;
     while (read(signals_.get(), &each, sizeof each) == static_cast<ssize_t>(sizeof each)) {
         const int number = static_cast<int>(each.ssi_signo);
-        if (number == SIGCHLD) commands_.reap();
-        else if (number == SIGHUP) {
+        if (number == SIGCHLD) {
+            commands_.reap();
+            companions_.reap();
+        } else if (number == SIGHUP) {
             zel_debug_reopen();
             log_message(2, "%s: The log was opened anew\n", __func__);
         } else {
@@ -178,6 +183,7 @@ void unit::turn()
     reactor_.set_fds(&readable, &highest);
 
     std::optional<std::chrono::milliseconds> wait = presses_.next_due();
+    if (const auto restart = companions_.next_due()) wait = std::min(wait.value_or(*restart), *restart);
     if (control_.request_waits()) wait = std::chrono::milliseconds(0);
     timeval limit{};
     limit.tv_sec = wait ? wait->count() / 1000 : 0;
@@ -206,6 +212,7 @@ void unit::process(fd_set *readable, fd_set *exceptional)
     if (ember_.session() != nullptr) zel_ember_process_fds(ember_.session(), readable);
     zel_sys_control_process_fds(readable);
     presses_.release_due();
+    companions_.restart_due();
     reactor_.process();
     control_.serve_one();
     feed_.settle();

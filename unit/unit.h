@@ -3,6 +3,7 @@
 
 #include "change_feed.h"
 #include "command_runner.h"
+#include "companions.h"
 #include "unit_requests.h"
 #include "control_socket.h"
 #include "ember_provider.h"
@@ -25,7 +26,8 @@ namespace zel {
 
 class unit {
 public:
-    explicit unit(unit_settings settings);
+    // `with_daemons`: the discovery daemon and the SNMP agent are started beside it.
+    explicit unit(unit_settings settings, bool with_daemons = false);
     ~unit();
     unit(const unit &) = delete;
     unit &operator=(const unit &) = delete;
@@ -48,11 +50,13 @@ private:
     void discard_gpi_edges(const fd_set *exceptional);
 
     unit_settings settings_;
+    const bool with_daemons_;
     port_map ports_{settings_};
     change_feed feed_{ports_};
     grid wiring_{ports_};
     pulses presses_;
     command_runner commands_;
+    companions companions_;
     host_functions functions_{settings_, ports_, feed_, commands_};
     unit_claim claim_;
     reactor reactor_;

@@ -96,13 +96,16 @@ std::string studio_config()
     return read_file(ZEL_EXAMPLES "/studio/config.json");
 }
 
-unit_process::unit_process(const unit_root &root, environment variables)
+unit_process::unit_process(const unit_root &root, environment variables, const std::vector<std::string> &options,
+                           const std::string &program)
 {
     const std::string path = root.path() + "/notify";
     const unique_fd notify = notify_socket(path);
     variables.emplace_back("NOTIFY_SOCKET", path);
     variables.emplace_back("ZEL_ROOT", "/nowhere");  // --root must win
-    child_ = child_process({ZEL_UNIT, "--root", root.path()}, variables);
+    std::vector<std::string> words{program, "--root", root.path()};
+    words.insert(words.end(), options.begin(), options.end());
+    child_ = child_process(words, variables);
     ready_ = await_ready(notify.get(), child_.pid());
 }
 

@@ -54,7 +54,8 @@ std::string studio_config();
 class unit_process {
 public:
     // Starts the unit and waits until it is ready; ready() is false if it ended before.
-    explicit unit_process(const unit_root &root, environment variables = {});
+    explicit unit_process(const unit_root &root, environment variables = {}, const std::vector<std::string> &options = {},
+                          const std::string &program = ZEL_UNIT);
 
     bool ready() const { return ready_; }
     child_process &process() { return child_; }
