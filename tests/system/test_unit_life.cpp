@@ -279,4 +279,13 @@ TEST(new_unit_script, makes_a_unit_that_runs_and_never_overwrites_one)
     EXPECT_EQ(read_file(root + "/etc/zel/unit.json"), settings);
     EXPECT_EQ(run({"sh", ZEL_SCRIPTS "/new_unit.sh", folder.path() + "/b", "port"}).status, 2);
     EXPECT_EQ(run({"sh", ZEL_SCRIPTS "/new_unit.sh"}).status, 2);
+    for (const char *const address : {"192.0.2.1", "127.0.0", "127.0.0.1\"", "127..0.1", "localhost"}) {
+        EXPECT_EQ(run({"sh", ZEL_SCRIPTS "/new_unit.sh", folder.path() + "/b", "9100", "8100", address}).status, 2) << address;
+    }
+    EXPECT_EQ(run({"sh", ZEL_SCRIPTS "/new_unit.sh", folder.path() + "/b", "9100", "8100", "127.0.0.9", "a\"b"}).status, 2);
+    const std::string named = folder.path() + "/c";
+    ASSERT_EQ(run({"sh", ZEL_SCRIPTS "/new_unit.sh", named, "9100", "8100", "127.0.0.9", "Studio 9"}).status, 0);
+    EXPECT_EQ(run({ZEL_UNIT, "--root", named, "--check"}).status, 0);
+    EXPECT_NE(read_file(named + "/etc/zel/unit.json").find("\"ember\": {\"address\": \"127.0.0.9\", \"port\": 9100}"), std::string::npos);
+    EXPECT_NE(read_file(named + "/etc/zel/unit.json").find("\"friendly_name\": \"Studio 9\""), std::string::npos);
 }
