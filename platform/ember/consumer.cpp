@@ -43,7 +43,7 @@ std::unique_ptr<consumer> consumer::create(const zel_ember_session_config_t &con
         log_message(0, "%s: '%s' is no address with a port\n", __func__, config.provider_addr);
         return nullptr;
     }
-    if (!made->poller_.open())
+    if (!made->poller_.open(poller::bell::without))
         return nullptr;
     made->due_at(made->now());
     return made;

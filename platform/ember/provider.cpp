@@ -41,7 +41,7 @@ std::unique_ptr<provider> provider::create(const zel_ember_session_config_t &con
                                                                                   : provider_silence_ms;
     std::unique_ptr<provider> made(new provider(silence, clock));
     const char *address = config.bind_addr != nullptr ? config.bind_addr : "127.0.0.1";
-    if (!made->poller_.open() || !made->listen_at(address, config.listen_port))
+    if (!made->poller_.open(poller::bell::with) || !made->listen_at(address, config.listen_port))
         return nullptr;
     return made;
 }

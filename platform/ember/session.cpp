@@ -3,7 +3,9 @@
 #include <zel_debug.h>
 
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/timerfd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -20,18 +22,18 @@ int64_t monotonic_ms()
     return int64_t{t.tv_sec} * 1000 + t.tv_nsec / 1000000;
 }
 
-bool poller::open()
+bool poller::open(bell wanted)
 {
     epoll_.reset(epoll_create1(EPOLL_CLOEXEC));
-    timer_.reset(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
-    epoll_event wanted{};
-    wanted.events = EPOLLIN;
-    wanted.data.ptr = nullptr;
-    if (!epoll_ || !timer_ || epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, timer_.get(), &wanted) != 0) {
-        log_message(0, "%s: No descriptors to wait with: %s\n", __func__, strerror(errno));
-        return false;
+    alarm_.timer.reset(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+    bool good = epoll_ && alarm_.timer && add(alarm_.timer.get(), EPOLLIN, alarm_);
+    if (good && wanted == bell::with) {
+        bell_.counter.reset(eventfd(1, EFD_NONBLOCK | EFD_CLOEXEC));
+        good = bell_.counter && add(bell_.counter.get(), 0, bell_);
     }
-    return true;
+    if (!good)
+        log_message(0, "%s: No descriptors to wait with: %s\n", __func__, strerror(errno));
+    return good;
 }
 
 bool poller::add(int fd, uint32_t events, ready_target &target)
@@ -55,29 +57,42 @@ void poller::remove(int fd)
     (void)epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
 }
 
-void poller::wake_after(int64_t delay_ms)
+void poller::alarm_clock::on_ready(uint32_t)
 {
-    itimerspec when{};
-    if (delay_ms == 0)
-        when.it_value.tv_nsec = 1;   // zero would disarm it
-    else if (delay_ms > 0)
-        when.it_value = {static_cast<time_t>(delay_ms / 1000), static_cast<long>(delay_ms % 1000) * 1000000};
-    (void)timerfd_settime(timer_.get(), 0, &when, nullptr);
+    uint64_t times;
+    (void)!read(timer.get(), &times, sizeof(times));
+    at = never;
 }
 
-bool poller::serve()
+void poller::alarm_clock::set(int64_t delay_ms)
+{
+    itimerspec when{};
+    when.it_value = {static_cast<time_t>(delay_ms / 1000), static_cast<long>(delay_ms % 1000) * 1000000};
+    if (delay_ms == 0)
+        when.it_value.tv_nsec = 1;   // zero would disarm it
+    (void)timerfd_settime(timer.get(), 0, &when, nullptr);
+}
+
+// The timer is left alone whenever possible: setting one and being interrupted by it costs more than all else that a
+// change costs.
+void poller::wake_at(int64_t time, int64_t now)
+{
+    if (time <= now && bell_.counter) {
+        change(bell_.counter.get(), EPOLLIN | EPOLLONESHOT, bell_);
+    } else if (time < alarm_.at) {
+        alarm_.at = time;
+        alarm_.set(time > now ? time - now : 0);
+    }
+}
+
+void poller::serve()
 {
     std::array<epoll_event, 64> ready{};
     const int count = epoll_wait(epoll_.get(), ready.data(), static_cast<int>(ready.size()), 0);
-    bool timer_expired = false;
     for (int i = 0; i < count; ++i) {
         const auto &event = ready[static_cast<size_t>(i)];
-        if (event.data.ptr != nullptr)
-            static_cast<ready_target *>(event.data.ptr)->on_ready(event.events);
-        else
-            timer_expired = true;
+        static_cast<ready_target *>(event.data.ptr)->on_ready(event.events);
     }
-    return timer_expired;
 }
 
 }  // namespace zel::ember
@@ -88,7 +103,7 @@ void zel_ember_session::due_at(int64_t time)
         return;
     due_ = time;
     if (!in_round_)
-        poller_.wake_after(due_ > now() ? due_ - now() : 0);
+        poller_.wake_at(due_, now());
 }
 
 void zel_ember_session::process()
@@ -97,14 +112,10 @@ void zel_ember_session::process()
         return;   // called from a callback of this very session: the round under way does the rest
     in_round_ = true;
     round_time_ = now();
-    const int64_t armed = due_;
-    bool arm = false;
     try {
-        arm = poller_.serve();
-        if (round_time_ >= due_) {
+        poller_.serve();
+        if (round_time_ >= due_)
             due_ = zel::ember::never;
-            arm = true;
-        }
         if (!ending_)
             run_due();
     } catch (const std::exception &) {
@@ -115,8 +126,8 @@ void zel_ember_session::process()
     if (ending_) {
         last_words();
         delete this;
-    } else if (arm || due_ != armed) {
-        poller_.wake_after(due_ == zel::ember::never ? -1 : due_ > now() ? due_ - now() : 0);
+    } else {
+        poller_.wake_at(due_, now());
     }
 }
 

@@ -27,18 +27,34 @@ constexpr int64_t never = std::numeric_limits<int64_t>::max();
 
 class poller {
 public:
-    bool open();
+    // With a bell, being woken at once costs less; it is a descriptor more, worth it for a session that changes often.
+    enum class bell : uint8_t { without, with };
+    bool open(bell wanted);
     int fd() const { return epoll_.get(); }
     bool add(int fd, uint32_t events, ready_target &target);
     void change(int fd, uint32_t events, ready_target &target);
     void remove(int fd);
-    // Make the descriptor readable after `delay_ms`; the last call counts. Negative: not at all.
-    void wake_after(int64_t delay_ms);
-    // Serve what is ready now, once each. True if the timer has expired: the descriptor stays readable until wake_after().
-    bool serve();
+    // Make the descriptor readable at `time`, or at once if that has come. An earlier time asked for before stands.
+    void wake_at(int64_t time, int64_t now);
+    // Serve what is ready now, once each.
+    void serve();
 
 private:
-    unique_fd epoll_, timer_;
+    struct alarm_clock final : ready_target {
+        void on_ready(uint32_t events) override;
+        void set(int64_t delay_ms);
+        unique_fd timer;
+        int64_t at = never;
+    };
+    // An event counter that is never read is always readable; it is waited for when there is something to do at once.
+    struct ready_bell final : ready_target {
+        void on_ready(uint32_t) override {}
+        unique_fd counter;
+    };
+
+    unique_fd epoll_;
+    alarm_clock alarm_;
+    ready_bell bell_;
 };
 
 }  // namespace zel::ember
