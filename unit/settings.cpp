@@ -95,6 +95,20 @@ constexpr setting table[] = {
      "name of the discovery daemon's socket in /run/zel"},
     {"servers.snmp", kind::text, 1, longest_text, "", "\"snmp_gpio\"", false, STORE(snmp, text_of), nullptr,
      "name of the SNMP agent's socket in /run/zel"},
+    {"snmp_agent", kind::object, 0, 0, "", "", false, nullptr, nullptr, "the SNMP agent, zel_snmpd"},
+    {"snmp_agent.address", kind::address, 0, 0, "", "\"127.0.0.1\"", false, STORE(snmp_agent.listen.address, text_of), nullptr,
+     "address to listen on"},
+    {"snmp_agent.port", kind::number, 1, 65535, "", "1161", false, STORE(snmp_agent.listen.port, number_of), nullptr,
+     "UDP port to listen on"},
+    {"snmp_agent.agentx", kind::text, 0, longest_text, "", "\"\"", false, STORE(snmp_agent.agentx, text_of), nullptr,
+     "AgentX socket of the machine's snmpd to be a part of; empty: an agent by itself, which listens as above"},
+    {"snmp_agent.trap_sinks", kind::array, 0, 16, "", "", false, nullptr, nullptr,
+     "receivers of notifications of version 2c, for an agent by itself"},
+    {"snmp_agent.trap_sinks[]", kind::object, 0, 0, "", "", false, nullptr, ENTER(snmp_agent.trap_sinks), "one receiver"},
+    {"snmp_agent.trap_sinks[].address", kind::address, 0, 0, "", "", true,
+     STORE(snmp_agent.trap_sinks.back().address, text_of), nullptr, "its address"},
+    {"snmp_agent.trap_sinks[].port", kind::number, 1, 65535, "", "162", false,
+     STORE(snmp_agent.trap_sinks.back().port, number_of), nullptr, "its UDP port"},
 };
 
 #undef STORE

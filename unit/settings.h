@@ -31,6 +31,12 @@ struct endpoint_settings {
     int32_t port = 0;
 };
 
+struct snmp_agent_settings {
+    endpoint_settings listen;
+    std::string agentx;                         // socket of the machine's snmpd; empty: an agent by itself
+    std::vector<endpoint_settings> trap_sinks;
+};
+
 struct kernel_line_settings {
     std::string pin;  // as written: the pin's platform number
     std::string chip;
@@ -49,6 +55,7 @@ struct unit_settings {
     std::vector<std::string> triggers;
     endpoint_settings ember, web;
     std::string discovery, snmp;
+    snmp_agent_settings snmp_agent;
 };
 
 enum class setting_kind { object, map, array, text, choice, address, number, boolean };
