@@ -1,0 +1,63 @@
+// The frame of every dialog. The browser keeps the focus inside, closes it with Escape and gives the focus back.
+import {make} from './dom.js';
+
+// content: elements. actions: [{text, kind: 'main' | 'danger' | '', left, run(dialog)}]; `run` returns true to close, or the
+// reason why not, which is shown where it happened. The dialog has one more button, which only closes it.
+export function open_dialog({title, content, actions, close_text = 'Cancel', on_close = () => {}}) {
+    const refusal = make('p', {class: 'refused', role: 'alert'});
+    const close = make('button', {type: 'button'}, close_text);
+    const heading = make('h2', {id: 'dialog_title'}, title);
+    const dialog = make('dialog', {'aria-labelledby': 'dialog_title'}, make('header', {}, heading));
+    const footer = make('footer', {});
+    const buttons = actions.map((action) => action_button(dialog, action, refusal));
+    const main = buttons.findIndex((_, i) => actions[i].kind === 'main');
+    footer.append(...buttons.filter((_, i) => actions[i].left), close, ...buttons.filter((_, i) => !actions[i].left));
+    const form = make('form', {novalidate: true}, make('div', {class: 'content'}, ...content, refusal), footer);
+    form.addEventListener('submit', (event) => {
+        event.preventDefault();
+        if (main >= 0) buttons[main].click();
+    });
+    dialog.append(form);
+    close.addEventListener('click', () => dialog.close());
+    dialog.addEventListener('close', () => {
+        dialog.remove();
+        on_close();
+    });
+    document.body.append(dialog);
+    dialog.showModal();
+    return {dialog, refuse: (reason) => { refusal.textContent = reason; }, button: (i) => buttons[i], close: () => dialog.close()};
+}
+
+function action_button(dialog, {text, kind = '', left = false, run}, refusal) {
+    const button = make('button', {type: 'button', class: `${kind}${left ? ' left' : ''}`}, text);
+    button.addEventListener('click', async () => {
+        button.disabled = true;
+        refusal.textContent = '';
+        const outcome = await run();
+        button.disabled = false;
+        if (outcome === true) dialog.close();
+        else if (typeof outcome === 'string') refusal.textContent = outcome;
+    });
+    return button;
+}
+
+// Resolves to whether the question was answered with the action.
+export function ask({title, content, action, close_text}) {
+    return new Promise((resolve) => {
+        let agreed = false;
+        open_dialog({
+            title, content, close_text,
+            actions: [{text: action, kind: 'danger', run: async () => (agreed = true)}],
+            on_close: () => resolve(agreed),
+        });
+    });
+}
+
+export function radio(name, value, checked, text, help = '') {
+    const input = make('input', {type: 'radio', name, value, checked});
+    return make('label', {class: 'option'}, input, make('span', {}, text, help === '' ? '' : make('small', {}, ` \u2013 ${help}`)));
+}
+
+export function radio_value(element, name) {
+    return element.querySelector(`input[name="${name}"]:checked`)?.value;
+}

@@ -1,0 +1,43 @@
+// How the pages name things, for the eye, for screen readers and in messages.
+import {is_port} from './model.js';
+
+export const modes = ['Latching', 'Momentary'];
+export const mode_help = ['each press turns it over', 'on only while it is held'];
+
+export const has_mode = (item) => ['physical', 'cough', 'user_button'].includes(item.class);
+export const is_virtual = (item) => item.class === 'virtual';
+// A cough port and a user button only listen, an LED only shows.
+export const can_be_input = (item) => is_port(item) && item.class !== 'user_led';
+export const can_be_output = (item) => is_port(item) && item.class !== 'cough' && item.class !== 'user_button';
+
+export const on_off = (on) => (on ? 'on' : 'off');
+
+export const has_source = (item) => typeof item.source === 'string' && item.source !== '-' && item.source !== '';
+
+// The second line of a row's header.
+export function setting_of(item) {
+    if (item.side !== 'input') return '';
+    if (has_mode(item)) return modes[item.mode] ?? '';
+    if (!is_virtual(item)) return '';
+    if (!has_source(item)) return 'No source';
+    return item.source_valid ? `From ${item.source}` : `Lost: ${item.source}`;
+}
+
+export const source_is_lost = (item) => item.side === 'input' && is_virtual(item) && has_source(item) && !item.source_valid;
+
+export function item_label(item) {
+    return [item.name, item.group.toLowerCase(), setting_of(item), on_off(item.on)].filter((part) => part !== '').join(', ');
+}
+
+export function connection_words(connection) {
+    if (connection === undefined) return 'not connected';
+    const invert = connection.invert ? 'inverted' : '';
+    const lock = connection.locked ? 'invert fixed' : '';
+    return ['connected', invert, lock, on_off(connection.on)].filter((part) => part !== '').join(', ');
+}
+
+export function cell_label(input, output, connection) {
+    return `${input.name} to ${output.name}, ${connection_words(connection)}`;
+}
+
+export const pair = (input, output) => `${input.name} \u2192 ${output.name}`;
