@@ -33,6 +33,7 @@ line current;
 char last_text[line_max];
 int last_level = level_unset;
 unsigned long repeats = 0;
+unsigned long lost = 0;   // lines in a row that the log's reader did not take
 
 // `errno` is the caller's, and what is logged is often about it.
 class locked {
@@ -50,10 +51,22 @@ private:
     int error_ = errno;
 };
 
+bool put_line(int level, const char *text)
+{
+    // A reader that has stopped holds this process up once, and not at every line.
+    constexpr int patience_ms = 100;
+    compose(current, level, program, text);
+    return out.write(current, lost == 0 ? patience_ms : 0);
+}
+
 void write_line(int level, const char *text)
 {
-    compose(current, level, program, text);
-    out.write(current);
+    if (lost > 0) {
+        char report[64];
+        std::snprintf(report, sizeof report, "%lu line%s of the log could not be written\n", lost, lost == 1 ? "" : "s");
+        if (put_line(1, report)) lost = 0;
+    }
+    if (lost > 0 || !put_line(level, text)) ++lost;
 }
 
 __attribute__((format(printf, 2, 3)))

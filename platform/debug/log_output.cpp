@@ -3,6 +3,7 @@
 #include "common/unit_root.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -84,14 +85,19 @@ bool output::reopen() noexcept
     return fd >= 0;
 }
 
-void output::write(const line &text) const noexcept
+bool output::write(const line &text, int patience_ms) const noexcept
 {
+    const int fd = fd_ < 0 ? STDERR_FILENO : fd_;
+    // A pipe that is ready has room for a whole line. Files always are.
+    pollfd room{fd, POLLOUT, 0};
+    if (poll(&room, 1, patience_ms) == 0) return false;
     const sigpipe_held held;
     ssize_t written;
     do {
-        written = ::write(fd_ < 0 ? STDERR_FILENO : fd_, text.text, text.length);
+        written = ::write(fd, text.text, text.length);
     } while (written < 0 && errno == EINTR);
     if (written < 0 && errno == EPIPE) held.swallow();
+    return true;
 }
 
 }  // namespace zel::log

@@ -14,8 +14,9 @@ public:
     // Opens the same file anew; true also when the output is standard error.
     bool reopen() noexcept;
     const char *path() const noexcept { return path_; }
-    // One write. A full disk, a closed pipe and the like lose the line and nothing else.
-    void write(const line &text) const noexcept;
+    // One write. A full disk, a closed pipe and the like lose the line and nothing else. False, with nothing written, when the
+    // reader of a pipe or terminal takes nothing for so long.
+    bool write(const line &text, int patience_ms) const noexcept;
 
 private:
     void take(int fd) noexcept;

@@ -270,6 +270,34 @@ TEST_F(debug, a_reader_that_went_away_does_not_end_the_process)
     EXPECT_EQ(in_child(log_to_a_closed_pipe), 0);
 }
 
+TEST_F(debug, a_reader_that_has_stopped_loses_lines_and_holds_nobody_up)
+{
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_GT(fcntl(ends[1], F_SETPIPE_SZ, 4096), 0);
+    const int before = dup(STDERR_FILENO);
+    dup2(ends[1], STDERR_FILENO);
+    const std::string page(4096, '.');
+    EXPECT_EQ(write(ends[1], page.data(), page.size()), 4096);
+    for (int i = 0; i < 1000; ++i) log_message(0, "line %d\n", i);
+    char room[8192];
+    EXPECT_EQ(read(ends[0], room, sizeof room), 4096);
+    EXPECT_EQ(fcntl(ends[1], F_SETPIPE_SZ, 65536), 65536);
+    log_message(0, "heard again\n");
+    log_message(0, "and again\n");
+    dup2(before, STDERR_FILENO);
+    close(before);
+    close(ends[1]);
+    const ssize_t length = read(ends[0], room, sizeof room);
+    close(ends[0]);
+    ASSERT_GT(length, 0);
+    const std::string text(room, static_cast<size_t>(length));
+    EXPECT_NE(text.find("warning: 1000 lines of the log could not be written\n"), std::string::npos) << text;
+    EXPECT_LT(text.find("warning:"), text.find("error: heard again\n"));
+    EXPECT_LT(text.find("error: heard again\n"), text.find("error: and again\n"));
+    EXPECT_EQ(text.find("line 999"), std::string::npos);
+}
+
 TEST_F(debug, a_log_file_lies_below_the_units_root_and_is_appended_to)
 {
     setenv("ZEL_ROOT", folder_.path().c_str(), 1);
