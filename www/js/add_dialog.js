@@ -64,7 +64,8 @@ class AddDialog {
         this.search.addEventListener('input', () => this.filter());
         this.frame = open_dialog({
             title: `Add ${this.side}s`,
-            content: [this.search, this.list, this.mode, this.source],
+            content: [this.search, this.list],
+            pinned: [this.mode, this.source],
             actions: [{text: 'Add', kind: 'main', run: () => this.add()}],
             on_close: () => this.page.return_focus(),
         });
@@ -101,6 +102,7 @@ class AddDialog {
         const refused = await place_items(store, chosen, placement);
         const placed = chosen.filter((item) => store.model.items.get(item.key)?.side === this.side);
         if (placed.length > 0) this.record(placed);
+        for (const item of placed) this.list.querySelector(`input[value="${item.key}"]`).closest('label').remove();
         return refused ?? true;
     }
 

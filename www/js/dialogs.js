@@ -1,18 +1,21 @@
 // The frame of every dialog. The browser keeps the focus inside, closes it with Escape and gives the focus back.
 import {make} from './dom.js';
 
-// content: elements. actions: [{text, kind: 'main' | 'danger' | '', left, run(dialog)}]; `run` returns true to close, or the
+// content: elements, which scroll if they are many; pinned: those that stay in sight. actions: [{text, kind: 'main' | 'danger' | '', left, run(dialog)}]; `run` returns true to close, or the
 // reason why not, which is shown where it happened. The dialog has one more button, which only closes it.
-export function open_dialog({title, content, actions, close_text = 'Cancel', on_close = () => {}}) {
+let opened = 0;
+
+export function open_dialog({title, content, pinned = [], actions, close_text = 'Cancel', on_close = () => {}}) {
     const refusal = make('p', {class: 'refused', role: 'alert'});
     const close = make('button', {type: 'button'}, close_text);
-    const heading = make('h2', {id: 'dialog_title'}, title);
-    const dialog = make('dialog', {'aria-labelledby': 'dialog_title'}, make('header', {}, heading));
+    const title_id = `dialog_title_${++opened}`;
+    const dialog = make('dialog', {'aria-labelledby': title_id}, make('header', {}, make('h2', {id: title_id}, title)));
     const footer = make('footer', {});
     const buttons = actions.map((action) => action_button(dialog, action, refusal));
     const main = buttons.findIndex((_, i) => actions[i].kind === 'main');
     footer.append(...buttons.filter((_, i) => actions[i].left), close, ...buttons.filter((_, i) => !actions[i].left));
-    const form = make('form', {novalidate: true}, make('div', {class: 'content'}, ...content, refusal), footer);
+    const form = make('form', {novalidate: true}, make('div', {class: 'content'}, ...content),
+        make('div', {class: 'pinned'}, ...pinned, refusal), footer);
     form.addEventListener('submit', (event) => {
         event.preventDefault();
         if (main >= 0) buttons[main].click();

@@ -11,7 +11,7 @@ import {follow_unit} from './live.js';
 import {connection_key} from './model.js';
 import {say, say_refused} from './toasts.js';
 import {show_contact, show_unit} from './unit_contact.js';
-import {connection_words, item_label, pair} from './words.js';
+import {connection_words, item_facts, item_label, pair} from './words.js';
 
 const no_contact = 'No contact with the unit. Nothing was changed.';
 
@@ -40,6 +40,10 @@ class GridPage {
             by_id(id).addEventListener('input', () => this.show_model());
             by_id(id).addEventListener('keydown', (event) => this.filter_key(event));
         }
+        document.querySelector('.skip').addEventListener('click', (event) => {
+            event.preventDefault();
+            this.view.go_to(this.view.active.row, this.view.active.column);
+        });
         by_id('connected_only').addEventListener('change', () => this.show_model());
         by_id('undo').addEventListener('click', () => this.undo());
         by_id('add_input').addEventListener('click', () => this.open_add('input'));
@@ -159,7 +163,7 @@ class GridPage {
     about(input, output, connection) {
         if (input && output) return [make('strong', {}, pair(input, output)), make('span', {}, ` \u00b7 ${connection_words(connection)}`)];
         const item = input ?? output;
-        if (item) return [make('strong', {}, item.name), make('span', {}, ` \u00b7 ${item_label(item).slice(item.name.length + 2)}`)];
+        if (item) return [make('strong', {}, item.name), make('span', {}, ` \u00b7 ${item_facts(item)}`)];
         return [make('span', {}, 'Choose a cell to connect a row\u2019s input to a column\u2019s output.')];
     }
 

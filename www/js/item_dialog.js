@@ -3,7 +3,7 @@ import {place_items, off_grid, placement_of, restore, snapshot} from './changes.
 import {counted, make} from './dom.js';
 import {ask, open_dialog, radio, radio_value} from './dialogs.js';
 import {is_port} from './model.js';
-import {can_be_input, can_be_output, has_mode, is_virtual, has_source, item_label, mode_help, modes, pair} from './words.js';
+import {can_be_input, can_be_output, has_mode, is_virtual, has_source, item_facts, mode_help, modes, pair} from './words.js';
 
 const most_listed = 6;
 
@@ -51,7 +51,7 @@ class ItemDialog {
         this.mode = has_mode(item) ? mode_choice(item.mode ?? 0) : null;
         this.source = is_virtual(item) ? source_choice(this.page.store.model.sources, has_source(item) ? item.source : '-') : null;
         this.loss = make('p', {class: 'hint'});
-        const content = [make('p', {}, item_label(item)), this.direction, this.mode, this.source, this.connections(), this.loss];
+        const content = [make('p', {}, `Now: ${item_facts(item)}`), this.direction, this.mode, this.source, this.connections(), this.loss];
         const changeable = this.direction?.tagName === 'FIELDSET' || this.mode !== null || this.source !== null;
         const actions = [{text: 'Remove from the grid\u2026', kind: 'danger', left: true, run: () => this.remove()}];
         if (changeable) actions.push({text: 'Apply', kind: 'main', run: () => this.apply()});

@@ -7,6 +7,8 @@ const most = 4;
 
 function show(classes, text, action, stay_ms) {
     const box = by_id('toasts');
+    // Only the last change can be undone from its message.
+    if (action !== undefined) for (const old of box.querySelectorAll('button')) old.remove();
     const toast = make('div', {class: classes}, make('span', {class: 'words'}, text));
     if (action !== undefined) {
         const button = make('button', {type: 'button'}, action.text);

@@ -25,9 +25,14 @@ export function setting_of(item) {
 
 export const source_is_lost = (item) => item.side === 'input' && is_virtual(item) && has_source(item) && !item.source_valid;
 
-export function item_label(item) {
-    return [item.name, item.group.toLowerCase(), setting_of(item), on_off(item.on)].filter((part) => part !== '').join(', ');
+// What a port or relay is stands in its name already.
+function kind_of(item) {
+    if (item.class !== 'event') return '';
+    return item.side === 'input' ? 'event' : 'handler';
 }
+
+export const item_facts = (item) => [kind_of(item), setting_of(item), on_off(item.on)].filter((part) => part !== '').join(', ');
+export const item_label = (item) => `${item.name}, ${item_facts(item)}`;
 
 export function connection_words(connection) {
     if (connection === undefined) return 'not connected';
