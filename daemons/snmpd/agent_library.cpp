@@ -1,0 +1,224 @@
+#include "agent_library.h"
+
+#include "net_snmp.h"
+
+#include <sys/stat.h>
+#include <zel_debug.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+// Of the agent library's modules only these: the others publish the whole host. They are in no installed header.
+extern "C" {
+void init_system_mib(void);
+void init_snmp_mib(void);
+void init_snmpEngine(void);
+void init_sysORTable(void);
+}
+
+namespace zel::snmpd {
+namespace {
+
+// The library cuts this up in place. SMUX would listen on all interfaces, dlmod would load code.
+char modules_left_out[] = "-smux,dlmod";
+
+int level_of(int priority)
+{
+    if (priority <= LOG_ERR) return 0;
+    return priority <= LOG_WARNING ? 1 : priority <= LOG_INFO ? 2 : 4;
+}
+
+int log_line(int, int, void *message, void *)
+{
+    const auto *const entry = static_cast<const snmp_log_message *>(message);
+    const size_t length = std::strlen(entry->msg);
+    const bool ended = length > 0 && entry->msg[length - 1] == '\n';
+    log_message(level_of(entry->priority), "%s: %.*s\n", "net-snmp", static_cast<int>(length - (ended ? 1 : 0)), entry->msg);
+    return 1;
+}
+
+void take_over_log()
+{
+    snmp_disable_log();
+    (void)snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, log_line, nullptr);
+    snmp_enable_calllog();
+}
+
+// Variables of the environment would win over the folders given, and would load MIB files that nobody needs here.
+void forget_environment()
+{
+    for (const char *const name : {"SNMPCONFPATH", "SNMP_PERSISTENT_DIR", "SNMP_PERSISTENT_FILE", "MIBDIRS", "MIBFILES"}) {
+        (void)unsetenv(name);
+    }
+    (void)setenv("MIBS", "", 1);
+}
+
+void set_text(int store, int which, const std::string &value)
+{
+    (void)netsnmp_ds_set_string(store, which, value.c_str());
+}
+
+void remember(std::string line)
+{
+    netsnmp_config_remember(line.data());
+}
+
+std::string configuration_file(const library_settings &settings)
+{
+    return settings.configuration_folder + "/" + library_name + ".conf";
+}
+
+bool make_private_folder(const std::string &path)
+{
+    std::error_code error;
+    std::filesystem::create_directories(path, error);
+    if (!error) std::filesystem::permissions(path, std::filesystem::perms::owner_all, error);
+    if (error) log_message(0, "%s: %s: %s\n", __func__, path.c_str(), error.message().c_str());
+    return !error;
+}
+
+void warn_if_others_can_read(const std::string &path)
+{
+    struct stat info;
+    if (stat(path.c_str(), &info) != 0 || (info.st_mode & 077) == 0) return;
+    log_message(1, "%s: %s holds secrets; other users can read it (mode %03o)\n", __func__, path.c_str(), info.st_mode & 0777);
+}
+
+// An inform of version 3 first asks the receiver who it is, and waits: a receiver that is away would stop the agent for seconds.
+bool asks_for_v3_inform(const std::string &line)
+{
+    std::istringstream words(line);
+    std::string word, before;
+    words >> word;
+    if (strcasecmp(word.c_str(), "trapsess") != 0) return false;
+    bool inform = false, version_3 = false;
+    while (words >> word) {
+        inform = inform || word.starts_with("-Ci");
+        version_3 = version_3 || word == "-v3" || (before == "-v" && word == "3");
+        before = word;
+    }
+    return inform && version_3;
+}
+
+bool check_configuration_file(const std::string &path)
+{
+    std::ifstream file(path);
+    std::string line;
+    for (int number = 1; std::getline(file, line); ++number) {
+        if (!asks_for_v3_inform(line)) continue;
+        log_message(0, "%s: %s:%d: informs of version 3 stop the agent while their receiver is away; use traps\n", __func__,
+                    path.c_str(), number);
+        return false;
+    }
+    return true;
+}
+
+// So that a unit answers out of the box, on this machine, and lets nothing be changed.
+void allow_reading_on_loopback()
+{
+    for (const char *const tree : {".1.3.6.1.2.1.1", ".1.3.6.1.6.3.10"}) {
+        remember("rocommunity public 127.0.0.0/8 " + std::string(tree));
+        remember("rocommunity6 public ::1 " + std::string(tree));
+    }
+    const std::string own = ".1.3.6.1.4.1." + std::to_string(ZEL_SNMP_ENTERPRISE);
+    remember("rocommunity public 127.0.0.0/8 " + own);
+    remember("rocommunity6 public ::1 " + own);
+}
+
+std::string in_hex(const std::string &text)
+{
+    std::string hex;
+    char digits[3];
+    for (const unsigned char c : text.substr(0, 27)) {   // an engine id has at most 32 bytes
+        std::snprintf(digits, sizeof digits, "%02x", c);
+        hex += digits;
+    }
+    return hex;
+}
+
+// The enterprise's number with its highest bit set, then text.
+std::string engine_id(const std::string &serial)
+{
+    char enterprise[16];
+    std::snprintf(enterprise, sizeof enterprise, "0x%08x04", 0x80000000U | ZEL_SNMP_ENTERPRISE);
+    return enterprise + in_hex(serial);
+}
+
+std::string listening_address(const library_settings &settings)
+{
+    const bool v6 = settings.address.find(':') != std::string::npos;
+    const std::string port = ":" + std::to_string(settings.port);
+    return v6 ? "udp6:[" + settings.address + "]" + port : "udp:" + settings.address + port;
+}
+
+void choose_role(const library_settings &settings)
+{
+    const bool part = !settings.agentx.empty();
+    (void)netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, part ? 1 : 0);
+    if (part) set_text(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, settings.agentx);
+    else set_text(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, listening_address(settings));
+}
+
+void remember_settings(const library_settings &settings)
+{
+    if (!settings.agentx.empty()) {
+        remember("agentxPingInterval 2");   // as often it looks for a master agent that went away
+        return;
+    }
+    remember("dontLogTCPWrappersConnects yes");
+    if (!settings.serial.empty()) remember("exactEngineID " + engine_id(settings.serial));
+    if (!std::filesystem::exists(configuration_file(settings))) allow_reading_on_loopback();
+    for (const std::string &sink : settings.trap_sinks) remember("trap2sink " + sink);
+}
+
+}  // namespace
+
+agent_library::~agent_library()
+{
+    if (started_) snmp_store(library_name);
+    if (!prepared_) return;
+    snmp_shutdown(library_name);
+    shutdown_agent();
+    (void)snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, log_line, nullptr, 0);
+}
+
+bool agent_library::prepare(const library_settings &settings)
+{
+    settings_ = settings;
+    const std::string file = configuration_file(settings);
+    warn_if_others_can_read(file);
+    if (!check_configuration_file(file) || !make_private_folder(settings.persistent_folder)) return false;
+    forget_environment();
+    take_over_log();
+    set_text(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_CONFIGURATION_DIR, settings.configuration_folder);
+    set_text(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_PERSISTENT_DIR, settings.persistent_folder);
+    choose_role(settings);
+    (void)add_to_init_list(modules_left_out);
+    prepared_ = init_agent(library_name) == 0;
+    if (!prepared_) return false;
+    if (settings.agentx.empty()) {
+        init_system_mib();
+        init_snmp_mib();
+        init_snmpEngine();
+        init_sysORTable();
+    }
+    return true;
+}
+
+bool agent_library::start()
+{
+    remember_settings(settings_);
+    init_snmp(library_name);
+    started_ = true;
+    // The count of starts is kept at once, so that it also rises when the agent ends without its leave.
+    snmp_store(library_name);
+    if (!settings_.agentx.empty() || init_master_agent() == 0) return true;
+    log_message(0, "%s: Cannot listen on %s\n", __func__, listening_address(settings_).c_str());
+    return false;
+}
+
+}  // namespace zel::snmpd
