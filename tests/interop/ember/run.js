@@ -8,6 +8,7 @@ async function main() {
 		require('./provider_with_emberplus_connection')(programs),
 		require('./provider_with_node_emberplus')(programs),
 		require('./consumer_with_servers')(programs),
+		require('./example_unit')(programs),
 	])
 	await check('no connection left this machine', async () => equal([...destinations], ['127.0.0.1']))
 	const { passed, failed } = results()

@@ -25,6 +25,14 @@ function equal(found, expected, what = 'value') {
 	if (a !== b) throw new Error(`${what} is ${a}, not ${b}`)
 }
 
+// Two maps, and only what differs is told.
+function same(found, expected, what) {
+	const different = [...new Set([...Object.keys(expected), ...Object.keys(found)])].filter((key) => found[key] !== expected[key])
+	if (different.length === 0) return
+	const told = different.slice(0, 8).map((key) => `${key} is ${JSON.stringify(found[key])}, not ${JSON.stringify(expected[key])}`)
+	throw new Error(`${what}: ${told.join('; ')}${different.length > 8 ? '; ...' : ''}`)
+}
+
 // Until `ready` returns something true, which is returned.
 async function until(ready, what, limit = 15000) {
 	const end = Date.now() + limit
@@ -48,11 +56,11 @@ net.Socket.prototype.connect = function (...args) {
 
 // A program that speaks in lines.
 class Program {
-	constructor(command, args) {
+	constructor(command, args, variables = {}) {
 		this.lines = []
 		this.rest = ''
 		this.ended = false
-		this.child = spawn(command, args, { stdio: ['pipe', 'pipe', 'inherit'] })
+		this.child = spawn(command, args, { stdio: ['pipe', 'pipe', 'inherit'], env: { ...process.env, ...variables } })
 		this.child.stdout.on('data', (data) => {
 			const parts = (this.rest + data).split('\n')
 			this.rest = parts.pop()
@@ -119,4 +127,4 @@ class Provider extends Program {
 const printed = (value) => (typeof value === 'boolean' ? (value ? '1' : '0') : String(value))
 const sorted = (tree) => Object.fromEntries(Object.entries(tree).sort(([a], [b]) => (a < b ? -1 : 1)))
 
-module.exports = { check, results, equal, until, destinations, Program, Provider, freePort, printed, sorted }
+module.exports = { check, results, equal, same, until, destinations, Program, Provider, freePort, printed, sorted }
