@@ -23,6 +23,8 @@ public:
     // -1 when there is none.
     int get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
+    // Gives the descriptor away; whoever takes it closes it.
+    int release() { return std::exchange(fd_, -1); }
     // Closes what is held and takes over `fd`. Leaves errno as it was, so that a failure can be reported after it.
     void reset(int fd = -1)
     {
