@@ -3,12 +3,16 @@
 
 #include "child_process.h"
 #include "grid_test.h"
+#include "grid_texts.h"
 #include "vgpo_units.h"
 #include "zel_gpio/grid_documents.h"
 
 using namespace vgpo_units;
 using fake::unit;
 using fake::web_reply;
+using grid_texts::connection;
+using grid_texts::item;
+using grid_texts::list;
 
 namespace {
 
@@ -43,28 +47,6 @@ void start_all(unit &u)
     u.handler("Play");
     u.led_handler(0);
     u.trigger("Door");
-}
-
-std::string connection(const char *from, int from_id, const char *to, int to_id, int invert, const char *allow, int state)
-{
-    const auto truth = [](int value) { return value != 0 ? "true" : "false"; };
-    std::string text = std::string("{\"input_class\":\"") + from + "\",\"input_id\":" + std::to_string(from_id) + ",\"output_class\":\"" +
-                       to + "\",\"output_id\":" + std::to_string(to_id) + ",\"invert\":" + truth(invert);
-    if (allow != nullptr) text += std::string(",\"allow_invert\":") + allow;
-    return text + ",\"state\":" + truth(state) + "}";
-}
-
-std::string item(int index, const char *kind, const char *name, int state, const std::string &more = "")
-{
-    return "{\"index\":" + std::to_string(index) + ",\"class\":\"" + kind + "\",\"name\":\"" + name + "\",\"state\":" +
-           (state != 0 ? "true" : "false") + more + "}";
-}
-
-std::string list(std::initializer_list<std::string> items)
-{
-    std::string text = "[";
-    for (const std::string &one : items) text += (text.size() > 1 ? "," : "") + one;
-    return text + "]";
 }
 
 const std::string sources = std::string("\"vgpo_src_list\":[{\"name\":\"-\"},{\"name\":\"") + near + "\"}]";
