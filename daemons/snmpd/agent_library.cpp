@@ -120,13 +120,12 @@ bool check_configuration_file(const std::string &path)
 // So that a unit answers out of the box, on this machine, and lets nothing be changed.
 void allow_reading_on_loopback()
 {
-    for (const char *const tree : {".1.3.6.1.2.1.1", ".1.3.6.1.6.3.10"}) {
-        remember("rocommunity public 127.0.0.0/8 " + std::string(tree));
-        remember("rocommunity6 public ::1 " + std::string(tree));
-    }
     const std::string own = ".1.3.6.1.4.1." + std::to_string(ZEL_SNMP_ENTERPRISE);
-    remember("rocommunity public 127.0.0.0/8 " + own);
-    remember("rocommunity6 public ::1 " + own);
+    for (const std::string &tree : {own, std::string(".1.3.6.1.2.1.1"), std::string(".1.3.6.1.6.3.10")}) {
+        remember("view zel_loopback included " + tree);
+    }
+    remember("rocommunity public 127.0.0.0/8 -V zel_loopback");
+    remember("rocommunity6 public ::1 -V zel_loopback");
 }
 
 std::string in_hex(const std::string &text)
@@ -148,11 +147,21 @@ std::string engine_id(const std::string &serial)
     return enterprise + in_hex(serial);
 }
 
-std::string listening_address(const library_settings &settings)
+bool is_v6(const std::string &address) { return address.find(':') != std::string::npos; }
+bool is_loopback(const std::string &address) { return address.starts_with("127.") || address == "::1"; }
+
+std::string transport(const library_address &of)
 {
-    const bool v6 = settings.address.find(':') != std::string::npos;
-    const std::string port = ":" + std::to_string(settings.port);
-    return v6 ? "udp6:[" + settings.address + "]" + port : "udp:" + settings.address + port;
+    const std::string port = ":" + std::to_string(of.port);
+    return is_v6(of.address) ? "udp6:[" + of.address + "]" + port : "udp:" + of.address + port;
+}
+
+// On the loopback network notifications leave from there, so that no socket of the agent is open to anything else.
+std::string own_side(const library_settings &settings, const library_address &sink)
+{
+    const std::string &own = settings.listen.address;
+    const bool both = is_loopback(own) && is_loopback(sink.address) && is_v6(own) == is_v6(sink.address);
+    return both ? "-s " + own + " " : "";
 }
 
 void choose_role(const library_settings &settings)
@@ -160,7 +169,7 @@ void choose_role(const library_settings &settings)
     const bool part = !settings.agentx.empty();
     (void)netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, part ? 1 : 0);
     if (part) set_text(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, settings.agentx);
-    else set_text(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, listening_address(settings));
+    else set_text(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, transport(settings.listen));
 }
 
 void remember_settings(const library_settings &settings)
@@ -172,7 +181,7 @@ void remember_settings(const library_settings &settings)
     remember("dontLogTCPWrappersConnects yes");
     if (!settings.serial.empty()) remember("exactEngineID " + engine_id(settings.serial));
     if (!std::filesystem::exists(configuration_file(settings))) allow_reading_on_loopback();
-    for (const std::string &sink : settings.trap_sinks) remember("trap2sink " + sink);
+    for (const library_address &sink : settings.trap_sinks) remember("trap2sink " + own_side(settings, sink) + transport(sink));
 }
 
 }  // namespace
@@ -217,7 +226,7 @@ bool agent_library::start()
     // The count of starts is kept at once, so that it also rises when the agent ends without its leave.
     snmp_store(library_name);
     if (!settings_.agentx.empty() || init_master_agent() == 0) return true;
-    log_message(0, "%s: Cannot listen on %s\n", __func__, listening_address(settings_).c_str());
+    log_message(0, "%s: Cannot listen on %s\n", __func__, transport(settings_.listen).c_str());
     return false;
 }
 

@@ -7,11 +7,15 @@
 
 namespace zel::snmpd {
 
-struct library_settings {
-    std::string address;                    // to listen on, when it is an agent by itself
+struct library_address {
+    std::string address;                    // numeric
     int32_t port = 0;
+};
+
+struct library_settings {
+    library_address listen;                 // when it is an agent by itself
     std::string agentx;                     // socket of a master agent; empty: by itself
-    std::vector<std::string> trap_sinks;    // "udp:127.0.0.1:162"
+    std::vector<library_address> trap_sinks;
     std::string serial;                     // of the unit; the engine id is made of it
     std::string configuration_folder, persistent_folder;
 };

@@ -53,13 +53,6 @@ int print(const std::string &text)
     return std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0 ? ended_as_asked : could_not_run;
 }
 
-std::string sink_address(const zel::endpoint_settings &sink)
-{
-    const std::string port = ":" + std::to_string(sink.port);
-    const bool v6 = sink.address.find(':') != std::string::npos;
-    return v6 ? "udp6:[" + sink.address + "]" + port : "udp:" + sink.address + port;
-}
-
 // Made by the unit at its first start; until then the agent library makes up an engine id of its own.
 std::string serial()
 {
@@ -73,10 +66,9 @@ agent_settings settings_of(const zel::unit_settings &unit)
     agent_settings settings;
     settings.server = unit.snmp;
     settings.udp_drives_gpis = unit.udp_enabled;
-    settings.library.address = unit.snmp_agent.listen.address;
-    settings.library.port = unit.snmp_agent.listen.port;
+    settings.library.listen = {unit.snmp_agent.listen.address, unit.snmp_agent.listen.port};
     settings.library.agentx = unit.snmp_agent.agentx;
-    for (const auto &sink : unit.snmp_agent.trap_sinks) settings.library.trap_sinks.push_back(sink_address(sink));
+    for (const auto &sink : unit.snmp_agent.trap_sinks) settings.library.trap_sinks.push_back({sink.address, sink.port});
     settings.library.serial = serial();
     settings.library.configuration_folder = zel::below_unit_root(configuration_folder);
     settings.library.persistent_folder = zel::below_unit_root(persistent_folder);
