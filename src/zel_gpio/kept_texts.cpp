@@ -13,10 +13,11 @@ struct kept_text {
 };
 
 kept_text *source_names, *provider_addresses;
+int32_t holds = 0;
 
 bool is_source_in_use(const char *text)
 {
-    if (vgpi_session_ports.next(0, 0) != none) return true;
+    if (holds > 0 || vgpi_session_ports.next(0, 0) != none) return true;
     for (int32_t index = 0; index < port_end; ++index) {
         if (gpios[index].vgpo_src == text) return true;
     }
@@ -66,6 +67,9 @@ const char *keep(kept_text *&chain, const char *text, bool (*in_use)(const char 
 }
 
 }  // namespace
+
+source_names_hold::source_names_hold() { ++holds; }
+source_names_hold::~source_names_hold() { --holds; }
 
 const char *keep_source_name(const char *name)
 {

@@ -120,7 +120,7 @@ int32_t carry_out(uint8_t type, const snmp_request_record &record)
     const auto row = std::ranges::find(rows, type, &request_row::type);
     const int64_t index = type == relay_request ? record.index : mapped_index(type, record.index);
     if (row == std::end(rows)) return -1;
-    if (!index_exists(type, index)) {
+    if (record.index < 0 || !index_exists(type, index)) {
         log_message(1, "%s: Refusing a request of type %u for index %d, which does not exist\n", function, type, record.index);
         return -1;
     }

@@ -202,6 +202,7 @@ void ask_again(vGPO_t &vgpo, const followed_value &what, zel_ember_session_t *se
 void deliver(const char *source, const followed_value &what, const void *value, const char *function,
              void (*take)(gpio_port_t &, vGPO_t &, int64_t))
 {
+    const source_names_hold hold;
     if (source == nullptr || find_record(source, function) == nullptr) return;
     zel_ember_session_t *unanswered = nullptr;
     for_each_virtual_port([&](gpio_port_t &port) {

@@ -335,4 +335,23 @@ TEST(a_callback, that_turns_the_links_over_while_a_service_leaves_does_no_harm)
     }
 }
 
+TEST(a_callback, that_lets_all_names_go_and_chooses_new_ones_during_a_value_does_no_harm)
+{
+    unit u;
+    start_sharing(u);
+    resolve_at(u, far, "10.0.0.3");
+    bool turned = true;
+    u.handler("Door", [&](int32_t, uint8_t, uintptr_t) {
+        if (std::exchange(turned, true)) return;
+        u.request(grid, nullptr, "gpioType=virtual&gpioPort=0,1,2&newState=0");   // ends the session, nothing is followed
+        u.request(grid, nullptr, "gpioType=virtual&gpioPort=0,1,2&newState=1&vgpoSrc=vGPO1%40Studio+3");
+    });
+    u.request("/cgi/gpioConn.cgi", nullptr, "action=1&inputClass=virtual&inputID=0&outputClass=event&outputID=1");
+    turned = false;
+    u.value(1, path_of(near, "status"), 1);
+    EXPECT_TRUE(turned);
+    for (int i = 0; i < 3; ++i) EXPECT_STREQ(port(i).vgpo_src, far);
+    EXPECT_EQ(u.consumers().size(), 1u);
+}
+
 }  // namespace
