@@ -96,17 +96,19 @@ std::string studio_config()
     return read_file(ZEL_EXAMPLES "/studio/config.json");
 }
 
-unit_process::unit_process(const unit_root &root, environment variables, const std::vector<std::string> &options,
-                           const std::string &program)
+bool start_service(child_process &child, const std::vector<std::string> &words, const std::string &notify_path,
+                   environment variables)
 {
-    const std::string path = root.path() + "/notify";
-    const unique_fd notify = notify_socket(path);
-    variables.emplace_back("NOTIFY_SOCKET", path);
+    const unique_fd notify = notify_socket(notify_path);
+    variables.emplace_back("NOTIFY_SOCKET", notify_path);
     variables.emplace_back("ZEL_ROOT", "/nowhere");  // --root must win
-    std::vector<std::string> words{program, "--root", root.path()};
-    words.insert(words.end(), options.begin(), options.end());
-    child_ = child_process(words, variables);
-    ready_ = await_ready(notify.get(), child_.pid());
+    child = child_process(words, variables);
+    return await_ready(notify.get(), child.pid());
+}
+
+unit_process::unit_process(const unit_root &root, environment variables)
+{
+    ready_ = start_service(child_, {ZEL_UNIT, "--root", root.path()}, root.path() + "/notify", std::move(variables));
 }
 
 int unit_process::stop()

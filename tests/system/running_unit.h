@@ -51,6 +51,10 @@ private:
 std::string studio_settings();
 std::string studio_config();
 
+// Starts a program that says when it is ready; waits for that. False if it ended before.
+bool start_service(child_process &child, const std::vector<std::string> &words, const std::string &notify_path,
+                   environment variables);
+
 class unit_process {
 public:
     // Starts the unit and waits until it is ready; ready() is false if it ended before.
