@@ -6,6 +6,7 @@ zel_test(test_vgpo_discovery SOURCES test_vgpo_discovery.cpp test_discovery_reco
 zel_test(test_vgpi_links SOURCES test_vgpi_links.cpp test_vgpi_lifetimes.cpp test_vgpi_values.cpp
                          LIBS zelgpio_static fake_platform LABELS library)
 zel_test(test_shared_sessions SOURCES test_shared_sessions.cpp LIBS zelgpio_static fake_platform LABELS library)
-zel_test(test_web_endpoints SOURCES test_grid_endpoint.cpp test_grid_documents.cpp test_connection_endpoint.cpp
+zel_test(test_web_endpoints SOURCES test_grid_endpoint.cpp test_grid_documents.cpp test_grid_forms.cpp test_connection_endpoint.cpp
+                                    test_connection_forms.cpp
                             LIBS zelgpio_static fake_platform LABELS library)
 zel_test(test_snmp SOURCES test_snmp_info.cpp test_snmp_requests.cpp LIBS zelgpio_static fake_platform LABELS library)
