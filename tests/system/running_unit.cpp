@@ -106,9 +106,12 @@ bool start_service(child_process &child, const std::vector<std::string> &words, 
     return await_ready(notify.get(), child.pid());
 }
 
-unit_process::unit_process(const unit_root &root, environment variables)
+unit_process::unit_process(const unit_root &root, environment variables, const std::vector<std::string> &options,
+                           const std::string &program)
 {
-    ready_ = start_service(child_, {ZEL_UNIT, "--root", root.path()}, root.path() + "/notify", std::move(variables));
+    std::vector<std::string> words{program, "--root", root.path()};
+    words.insert(words.end(), options.begin(), options.end());
+    ready_ = start_service(child_, words, root.path() + "/notify", std::move(variables));
 }
 
 int unit_process::stop()
