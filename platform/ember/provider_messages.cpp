@@ -37,11 +37,16 @@ void put_names(ber::writer &w, const element &e)
     glow::put_utf8(w, node_field::identifier, e.identifier);
 }
 
+// A controller that knows the element as offline believes so until it is told otherwise.
 void put_contents(ber::writer &w, const element &e)
 {
     const size_t mark = w.mark();
+    if (!e.is_parameter() && e.has_come_back)
+        glow::put_boolean(w, node_field::is_online, true);
     if (e.is_parameter()) {
         glow::put_integer(w, parameter_field::type, type_of(e));
+        if (e.has_come_back)
+            glow::put_boolean(w, parameter_field::is_online, true);
         if (!e.entries.empty())
             glow::put_utf8(w, parameter_field::enumeration, e.entries);
         glow::put_integer(w, parameter_field::access, e.access);

@@ -14,26 +14,31 @@ int32_t number_book::next_free()
     return last_ == std::numeric_limits<int32_t>::max() ? 0 : last_ + 1;
 }
 
-int32_t number_book::number_for(const std::string &identifier, int32_t wanted)
+number_book::answer number_book::number_for(const std::string &identifier, bool is_parameter, int32_t wanted)
 {
     const auto known = entries_.find(identifier);
+    // Some controllers cannot bear that a number they know comes back as another kind of element.
     if (wanted == 0)
-        wanted = known != entries_.end() ? known->second.number : next_free();
+        wanted = known != entries_.end() && known->second.is_parameter == is_parameter ? known->second.number : next_free();
     if (wanted <= 0)
-        return 0;
+        return {0, false};
     const auto owner = owners_.find(wanted);
-    if (owner != owners_.end())
-        return owner->second == identifier ? known->second.number = wanted : 0;
+    if (owner != owners_.end() && owner->second != identifier)
+        return {0, false};
     // Whatever throws, throws before anything stands half noted.
+    const bool given_before = owner != owners_.end();
     auto below = std::make_unique<number_book>();
     const auto added = owners_.emplace(wanted, identifier).first;
     try {
-        entries_.try_emplace(identifier, entry{wanted, std::move(below)}).first->second.number = wanted;
+        entry &noted = entries_.try_emplace(identifier, entry{wanted, is_parameter, std::move(below)}).first->second;
+        noted.number = wanted;
+        noted.is_parameter = is_parameter;
     } catch (...) {
-        owners_.erase(added);
+        if (!given_before)
+            owners_.erase(added);
         throw;
     }
-    return wanted;
+    return {wanted, given_before};
 }
 
 tree::tree(const void *owner) : owner_(owner), root_(std::make_unique<element>())
@@ -61,7 +66,9 @@ element *tree::add(std::unique_ptr<element> draft, element *parent, int32_t numb
         return nullptr;
     }
     make_room(above);
-    draft->number = above.numbers->number_for(draft->identifier, number);
+    const auto given = above.numbers->number_for(draft->identifier, draft->is_parameter(), number);
+    draft->number = given.number;
+    draft->has_come_back = given.was_given_before;
     if (draft->number == 0) {
         log_message(0, "%s: Number %d for '%s' is not free\n", __func__, number, name);
         return nullptr;

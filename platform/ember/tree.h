@@ -20,13 +20,15 @@ enum class element_kind : uint8_t { node, string, enumeration, boolean };
 // controller has once seen for one identifier never means another.
 class number_book {
 public:
-    // A number for the identifier: the one asked for, or if that is 0 the one it had, or the next free one. 0 if the one
-    // asked for belongs to another identifier or there is none left. May throw std::bad_alloc, then nothing is noted.
-    int32_t number_for(const std::string &identifier, int32_t wanted);
+    struct answer { int32_t number; bool was_given_before; };
+    // A number for the identifier: the one asked for, or if that is 0 the one it had as the same kind of element, or the next
+    // free one. 0 if the one asked for belongs to another identifier or there is none left. May throw std::bad_alloc, then
+    // nothing is noted.
+    answer number_for(const std::string &identifier, bool is_parameter, int32_t wanted);
     number_book &below(const std::string &identifier) { return *entries_.at(identifier).below; }
 
 private:
-    struct entry { int32_t number; std::unique_ptr<number_book> below; };
+    struct entry { int32_t number; bool is_parameter; std::unique_ptr<number_book> below; };
 
     int32_t next_free();
 
@@ -43,6 +45,7 @@ struct zel_ember_element {
     int32_t number = 0;
     uint32_t index = 0;                    // in the provider's and its clients' tables
     uint64_t serial = 0;                   // never used twice
+    bool has_come_back = false;            // controllers may know it as one that went
     zel_ember_element *parent = nullptr;   // null for the root, which has no number and is never named
     const void *owner = nullptr;           // the session
     zel::ember::number_book *numbers = nullptr;   // for what is below; null for a parameter

@@ -235,7 +235,8 @@ TEST_F(ember_provider, a_callback_may_replace_the_parameter_that_was_set)
     auto peer = connected();
     look(peer, {1, 1, 1, 1});
     EXPECT_EQ(answer(peer, build::set_boolean({1, 1, 1, 1, 7}, false)),
-              (lines{status_path + " id=status value=false access=3 offline type=4", status_path + status_full}));
+              (lines{status_path + " id=status value=false access=3 offline type=4",
+                     status_path + " id=status value=true access=3 online type=4"}));
 }
 
 TEST_F(ember_provider, a_callback_may_remove_the_whole_tree_and_serve_the_session_and_go_on)
@@ -379,8 +380,36 @@ TEST_F(ember_provider, an_element_that_returns_has_its_number_again_and_is_onlin
     (void)text("v-2", sources_, "c");
     (void)heard(peer);
     (void)text("v-0", sources_, "d");
-    EXPECT_EQ(heard(peer), lines{"parameter 1.1.6.1 id=v-0 value='d' access=1 type=3"});
-    EXPECT_EQ(answer(peer, build::get_directory({1, 1, 6})).size(), 4u);
+    const std::string back = "parameter 1.1.6.1 id=v-0 value='d' access=1 online type=3";
+    EXPECT_EQ(heard(peer), lines{back});
+    const lines directory = answer(peer, build::get_directory({1, 1, 6}));
+    ASSERT_EQ(directory.size(), 4u);
+    EXPECT_EQ(directory[1], back);
+    EXPECT_EQ(directory[2], "parameter 1.1.6.2 id=v-1 value='b' access=1 type=3");
+}
+
+TEST_F(ember_provider, a_node_that_returns_is_online)
+{
+    auto peer = connected();
+    look(peer, {1, 1});
+    zel_ember_remove_element(session_, sources_);
+    (void)heard(peer);
+    sources_ = node("vgpio sources", gpio_);
+    EXPECT_EQ(heard(peer), lines{"node 1.1.6 id=vgpio sources online"});
+    (void)text("v-0", sources_, "a");
+    EXPECT_EQ(answer(peer, build::get_directory({1, 1, 6})),
+              (lines{"node 1.1.6 children", "parameter 1.1.6.1 id=v-0 value='a' access=1 type=3"}));
+}
+
+TEST_F(ember_provider, a_number_never_comes_back_as_another_kind_of_element)
+{
+    auto *first = text("x", sources_, "a");
+    EXPECT_EQ(first->number, 1);
+    zel_ember_remove_element(session_, first);
+    auto *as_node = node("x", sources_);
+    EXPECT_EQ(as_node->number, 2);
+    zel_ember_remove_element(session_, as_node);
+    EXPECT_EQ(text("x", sources_, "a")->number, 3);
 }
 
 TEST_F(ember_provider, a_number_once_given_is_never_given_to_another_identifier)

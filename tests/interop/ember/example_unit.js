@@ -74,13 +74,20 @@ async function sources(trial, server, serverPort, discovery) {
 			return [trial.writer, trial.watcher].every(what)
 		}, 'the news')
 	}
-	await trial.check('both see sources come into an empty node and go', async () => {
+	await trial.check('both see sources come into an empty node, go, and return', async () => {
 		said(`found vGPO1@Desk ${serverPort} /unit/gpio/virtual/vgpio 1`)
 		said(`found vGPO2@Desk ${serverPort} /unit/gpio/virtual/vgpio 2`)
 		trial.expected[at('v-0')] = 'vGPO1@Desk'
 		await arrives((client) => values(client)[at('v-1')] === 'vGPO2@Desk')
+		for (let i = 0; i < 2; i++) {
+			said('gone vGPO2@Desk')
+			await arrives((client) => !Object.values(values(client)).includes('vGPO2@Desk'))
+			await trial.agree()
+			said(`found vGPO2@Desk ${serverPort} /unit/gpio/virtual/vgpio 2`)
+			await arrives((client) => Object.values(values(client)).includes('vGPO2@Desk'))
+		}
 		said('gone vGPO2@Desk')
-		await arrives((client) => !(at('v-1') in values(client)))
+		await arrives((client) => !Object.values(values(client)).includes('vGPO2@Desk'))
 		await trial.agree()
 	})
 	const port = '/unit/gpio/virtual/vgpio 4'

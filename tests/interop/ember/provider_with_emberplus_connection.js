@@ -62,7 +62,7 @@ module.exports = async function (programs) {
 		await set(`${port1}/status`, true)
 		await until(() => heard.contents.value === true, 'the other client\'s change')
 	})
-	await check(name('sees an element appear in an empty node, change, and go'), async () => {
+	await check(name('sees an element appear in an empty node, change, go, and return'), async () => {
 		await at(client, 'unit/gpio/vgpio sources')
 		await provider.done('add v-0=Door')
 		const sources = await at(client, 'unit/gpio/vgpio sources')
@@ -74,6 +74,8 @@ module.exports = async function (programs) {
 		await until(() => Object.values(sources.children).length === 2, 'a second one')
 		await provider.done('remove /unit/gpio/vgpio sources/v-0')
 		await until(() => added.contents.isOnline === false, 'its end')
+		await provider.done('add v-0=Back')
+		await until(() => added.contents.isOnline === true && added.contents.value === 'Back', 'its return')
 	})
 	await check(name('can ask every parameter and every node again and again'), async () => {
 		for (let i = 0; i < 3; i++) {

@@ -68,7 +68,7 @@ module.exports = async function (programs) {
 		await until(() => heard.contents.value === true, 'the other client\'s change')
 		equal(heard.contents.type, EmberLib.ParameterType.boolean)
 	})
-	await check(name('sees an element appear in an empty node, change, and go'), async () => {
+	await check(name('sees an element appear in an empty node, change, go, and return'), async () => {
 		const sources = await at('unit/gpio/vgpio sources')
 		await client.getDirectoryAsync(sources)
 		await provider.done('add v-0=Door')
@@ -80,6 +80,8 @@ module.exports = async function (programs) {
 		await provider.done('remove /unit/gpio/vgpio sources/v-0')
 		await until(() => children()[0].contents.isOnline === false, 'its end')
 		equal(children()[0].contents.value, 'Gate')
+		await provider.done('add v-0=Back')
+		await until(() => children()[0].contents.isOnline === true && children()[0].contents.value === 'Back', 'its return')
 	})
 	await check(name('finds everything again after the provider was killed and started anew'), async () => {
 		await provider.stop('SIGKILL')
