@@ -37,6 +37,11 @@ struct snmp_agent_settings {
     std::vector<endpoint_settings> trap_sinks;
 };
 
+struct web_settings : endpoint_settings {
+    std::string pages;                 // "": those that come with the program
+    std::vector<std::string> names;
+};
+
 struct kernel_line_settings {
     std::string pin;  // as written: the pin's platform number
     std::string chip;
@@ -53,7 +58,8 @@ struct unit_settings {
     endpoint_settings udp;
     std::vector<handler_settings> handlers;
     std::vector<std::string> triggers;
-    endpoint_settings ember, web;
+    endpoint_settings ember;
+    web_settings web;
     std::string discovery, snmp;
     snmp_agent_settings snmp_agent;
 };

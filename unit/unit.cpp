@@ -46,6 +46,7 @@ unit::~unit()
     udp_.close();
     link_.close();
     zel_sys_set_pin_observer(nullptr, nullptr);
+    web_.close();
     if (library_started_) zel_gpio_term();
     companions_.stop(companion_patience);
     zel_sys_control_close();
@@ -59,13 +60,15 @@ bool unit::start()
     if (!open_loop() || !claim_root() || !open_control()) return false;
     net_.reset(zel_net_config_load());
     if (!net_) return false;
-    parts_.ember_open = ember_.open(settings_, unit_serial());
+    const std::string serial = unit_serial();
+    parts_.ember_open = ember_.open(settings_, serial);
     zel_sys_set_pin_observer(change_feed::observe_pin, &feed_);
     if (with_daemons_) companions_.start({"zel_sdiscd", "zel_snmpd"});
     if (zel_sys_control_open() != 0) log_message(1, "%s: The pins have no control socket\n", __func__);
     if (!start_library()) return false;
     functions_.register_all();
     start_inputs();
+    parts_.web_open = web_.open(serial);
     log_message(2, "%s: Unit '%s' (%s) is ready\n", __func__, settings_.friendly_name.c_str(), settings_.product_id.c_str());
     notify_service("READY=1");
     return true;
@@ -96,8 +99,11 @@ bool unit::open_loop()
 
 bool unit::open_control()
 {
-    feed_.set_sink([this](const std::string &line, bool is_call) { control_.broadcast(line, is_call); },
-                   [this] { return control_.anybody_watches(); });
+    const auto tell = [this](const std::string &line, bool is_call) {
+        control_.broadcast(line, is_call);
+        if (!is_call) web_.tell_line(line);
+    };
+    feed_.set_sink(tell, [this] { return control_.anybody_watches() || web_.anybody_listens(); });
     const std::string path = in_socket_folder("unit");
     const auto answer = [this](std::string_view line, control_client &client) { return requests_.answer(line, client); };
     if (control_.open(reactor_, path, answer)) return true;
@@ -180,20 +186,32 @@ void unit::turn()
     zel_gpio_set_fds(&readable, &exceptional, &highest);
     if (ember_.session() != nullptr) zel_ember_set_fds(ember_.session(), &readable, &highest);
     zel_sys_control_set_fds(&readable, &highest);
+    web_.set_fds(&readable, &highest);
     reactor_.set_fds(&readable, &highest);
 
-    std::optional<std::chrono::milliseconds> wait = presses_.next_due();
-    if (const auto restart = companions_.next_due()) wait = std::min(wait.value_or(*restart), *restart);
-    if (control_.request_waits()) wait = std::chrono::milliseconds(0);
+    const auto wait = next_due();
     timeval limit{};
     limit.tv_sec = wait ? wait->count() / 1000 : 0;
     limit.tv_usec = wait ? wait->count() % 1000 * 1000 : 0;
-    if (select(highest + 1, &readable, nullptr, &exceptional, wait ? &limit : nullptr) < 0) {
+    const int ready = select(highest + 1, &readable, nullptr, &exceptional, wait ? &limit : nullptr);
+    if (ready < 0) {
         if (errno != EINTR) log_message(0, "%s: select: %s\n", __func__, std::strerror(errno));
         FD_ZERO(&readable);
         FD_ZERO(&exceptional);
     }
     process(&readable, &exceptional);
+    web_.settle(ready != 0);
+}
+
+// How long the loop may wait; nothing: as long as it likes.
+std::optional<std::chrono::milliseconds> unit::next_due() const
+{
+    if (control_.request_waits()) return std::chrono::milliseconds(0);
+    std::optional<std::chrono::milliseconds> wait;
+    for (const auto &due : {presses_.next_due(), companions_.next_due(), web_.next_due()}) {
+        if (due) wait = std::min(wait.value_or(*due), *due);
+    }
+    return wait;
 }
 
 // The library offers the pins of inputs that UDP commands drive, but leaves them unread; an edge there would end every wait.
@@ -213,6 +231,7 @@ void unit::process(fd_set *readable, fd_set *exceptional)
     zel_sys_control_process_fds(readable);
     presses_.release_due();
     companions_.restart_due();
+    web_.process(readable);
     reactor_.process();
     control_.serve_one();
     feed_.settle();

@@ -17,10 +17,12 @@
 #include "udp_commands.h"
 #include "unit_claim.h"
 #include "unit_parts.h"
+#include "web_pages.h"
 
 #include "zel_net.h"
 
 #include <memory>
+#include <optional>
 
 namespace zel {
 
@@ -47,6 +49,7 @@ private:
     void take_signals();
     void turn();
     void process(fd_set *readable, fd_set *exceptional);
+    std::optional<std::chrono::milliseconds> next_due() const;
     void discard_gpi_edges(const fd_set *exceptional);
 
     unit_settings settings_;
@@ -71,6 +74,7 @@ private:
     unit_parts parts_{settings_, ports_, link_, wiring_, presses_, feed_};
     unit_requests requests_{parts_};
     control_socket control_;
+    web_pages web_{parts_};
     bool library_started_ = false;
     bool ending_ = false;
 };

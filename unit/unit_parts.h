@@ -19,7 +19,7 @@ struct unit_parts {
     grid &wiring;
     pulses &presses;
     change_feed &feed;
-    bool ember_open = false;
+    bool ember_open = false, web_open = false;
     std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
 };
 
