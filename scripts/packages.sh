@@ -3,12 +3,12 @@
 say() { printf '== %s\n' "$*"; }
 
 declare -A packages=(
-    [build]="g++ cmake ninja-build libjansson-dev pkg-config"
+    [build]="g++ cmake ninja-build libjansson-dev pkg-config libmicrohttpd-dev zlib1g-dev libcrypt-dev"
     [test]="libgtest-dev googletest iproute2 binutils clang jq"
     [arm]="g++-arm-linux-gnueabihf qemu-user googletest"
     [kernel]="qemu-system-arm cpio python3"
     [coverage]="gcovr"
-    [bench]="rapidjson-dev valgrind"
+    [bench]="rapidjson-dev valgrind nginx-light wrk"
     [fuzz]="clang libclang-rt-14-dev"
     [lint]="clang clang-tidy cppcheck"
     [node]="nodejs npm"
