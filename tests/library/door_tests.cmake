@@ -9,4 +9,5 @@ zel_test(test_shared_sessions SOURCES test_shared_sessions.cpp LIBS zelgpio_stat
 zel_test(test_web_endpoints SOURCES test_grid_endpoint.cpp test_grid_documents.cpp test_grid_forms.cpp test_connection_endpoint.cpp
                                     test_connection_forms.cpp
                             LIBS zelgpio_static fake_platform LABELS library)
-zel_test(test_snmp SOURCES test_snmp_info.cpp test_snmp_requests.cpp LIBS zelgpio_static fake_platform LABELS library)
+zel_test(test_snmp SOURCES test_snmp_info.cpp test_snmp_requests.cpp test_snmp_records.cpp test_snmp_messages.cpp
+                   LIBS zelgpio_static fake_platform LABELS library)
