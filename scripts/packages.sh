@@ -3,7 +3,7 @@
 say() { printf '== %s\n' "$*"; }
 
 declare -A packages=(
-    [build]="g++ cmake ninja-build libjansson-dev pkg-config libmicrohttpd-dev zlib1g-dev libcrypt-dev"
+    [build]="g++ cmake ninja-build libjansson-dev pkg-config libmicrohttpd-dev zlib1g-dev libcrypt-dev libavahi-core-dev"
     [test]="libgtest-dev googletest iproute2 binutils clang jq"
     [arm]="g++-arm-linux-gnueabihf qemu-user googletest"
     [kernel]="qemu-system-arm cpio python3"
