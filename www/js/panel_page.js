@@ -83,7 +83,7 @@ class PanelPage {
     show(panel) {
         by_id('waiting').hidden = true;
         const shape = JSON.stringify([panel.simulated, (panel.pins ?? []).map(({level, ...pin}) => pin),
-            (panel.buttons ?? []).map((button) => button.name), (panel.leds ?? []).map((led) => led.name), (panel.relays ?? []).length]);
+            (panel.buttons ?? []).map((button) => [button.name, button.enabled]), (panel.leds ?? []).map((led) => led.name), (panel.relays ?? []).length]);
         if (shape !== this.shape) this.build(panel);
         this.shape = shape;
         for (const pin of panel.pins ?? []) this.tiles.get(`pins${pin.pin}`)?.set_level(pin.level !== 0);
@@ -138,8 +138,8 @@ class PanelPage {
 
     button_tile(button) {
         const light = make('span', {class: 'lamp'});
-        const press = make('button', {type: 'button', class: 'press', 'aria-label': `Press ${button.name}`}, 'Press');
-        const tile = make('li', {class: 'tile user_button'}, tile_name(button.name, 'its LED'), light, make('div', {class: 'press_buttons'}, press));
+        const press = make('button', {type: 'button', class: 'press', disabled: button.enabled === false, 'aria-label': `Press ${button.name}`}, 'Press');
+        const tile = make('li', {class: 'tile user_button'}, tile_name(button.name, button.enabled === false ? 'not an input now' : 'its LED'), light, make('div', {class: 'press_buttons'}, press));
         make_pressable(press, (down) => this.post({button: button.number, pressed: down ? 1 : 0}));
         this.tiles.set(`buttons${button.number}`, {set_level: (on) => press.classList.toggle('pressed', on)});
         this.tiles.set(`leds${button.number}`, {set_level: (on) => show_lamp(tile, light, on, on_off(on))});
