@@ -6,12 +6,13 @@
 
 namespace zel {
 
-enum class unit_task { run, check, settings, help, version };
+enum class unit_task { run, check, add_web_user, settings, help, version };
 
 struct command_line {
     unit_task task = unit_task::run;
     std::optional<std::string> root;
     std::optional<std::string> file;  // to check
+    std::string web_user;             // to add
     bool with_daemons = false;
 };
 

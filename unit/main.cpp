@@ -3,6 +3,7 @@
 #include "common/unit_root.h"
 #include "settings_reading.h"
 #include "unit.h"
+#include "web_user.h"
 #include "zel_debug.h"
 
 #include <fcntl.h>
@@ -63,6 +64,14 @@ int check(const std::string &path)
     return print(path + ": no mistakes\n");
 }
 
+int add_user(const std::string &name)
+{
+    std::string problem;
+    if (zel::add_web_user(name, problem)) return ended_as_asked;
+    std::fprintf(stderr, "zel_unit: %s\n", problem.c_str());
+    return could_not_run;
+}
+
 int run_unit(const std::string &path, bool with_daemons)
 {
     zel::unit_settings settings;
@@ -90,6 +99,7 @@ int run(int count, char **words)
     case zel::unit_task::version: return print("zel_unit " ZEL_VERSION "\n");
     case zel::unit_task::settings: return print(zel::settings_as_markdown());
     case zel::unit_task::check: return check(path);
+    case zel::unit_task::add_web_user: return add_user(line->web_user);
     case zel::unit_task::run: break;
     }
     return run_unit(path, line->with_daemons);
