@@ -49,11 +49,17 @@ extern "C" {
 void *__real_malloc(size_t size);
 void *__real_calloc(size_t count, size_t size);
 char *__real_strdup(const char *text);
+char *__real_strndup(const char *text, size_t size);
 void __real_free(void *memory);
 
 void *__wrap_malloc(size_t size) { return must_fail() ? nullptr : keep(__real_malloc(size)); }
 void *__wrap_calloc(size_t count, size_t size) { return must_fail() ? nullptr : keep(__real_calloc(count, size)); }
 char *__wrap_strdup(const char *text) { return must_fail() ? nullptr : static_cast<char *>(keep(__real_strdup(text))); }
+
+char *__wrap_strndup(const char *text, size_t size)
+{
+    return must_fail() ? nullptr : static_cast<char *>(keep(__real_strndup(text, size)));
+}
 
 void __wrap_free(void *memory)
 {

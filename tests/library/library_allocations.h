@@ -1,5 +1,5 @@
 // Counts what the library allocates and makes its nth allocation fail. Link `library_allocations`: it wraps malloc, calloc,
-// strdup and free of everything in the test program; the fake platform and the tests themselves allocate with C++ only.
+// strdup, strndup and free of everything in the test program; the fake platform and the tests themselves allocate with C++ only.
 #pragma once
 
 #include <cstddef>
