@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <string_view>
 
 namespace zel {
 namespace {
@@ -32,9 +33,20 @@ std::string own_folder()
     return program.substr(0, program.rfind('/'));
 }
 
+// What the service manager is told, it is told by the unit.
+std::vector<char *> environment_of_companions()
+{
+    std::vector<char *> table;
+    for (char **entry = environ; *entry != nullptr; ++entry) {
+        if (!std::string_view(*entry).starts_with("NOTIFY_SOCKET=")) table.push_back(*entry);
+    }
+    table.push_back(nullptr);
+    return table;
+}
+
 // Runs in the child, where only calls that are safe behind fork() may stand. The unit's blocked signals are not the program's,
 // and a program whose unit is gone would answer for a unit that does not exist.
-[[noreturn]] void become(const char *path, char *const *words, pid_t parent)
+[[noreturn]] void become(const char *path, char *const *words, char *const *environment, pid_t parent)
 {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent) _exit(127);
@@ -46,7 +58,7 @@ std::string own_folder()
     const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
     if (nothing >= 0) (void)dup2(nothing, STDIN_FILENO);
     (void)close_range(STDERR_FILENO + 1, UINT_MAX, 0);
-    execv(path, words);
+    execve(path, words, environment);
     _exit(127);
 }
 
@@ -78,8 +90,9 @@ void companions::launch(companion &each)
 {
     std::string root = below_unit_root("/"), option = "--root";
     char *const words[] = {each.path.data(), option.data(), root.data(), nullptr};
+    const std::vector<char *> environment = environment_of_companions();
     const pid_t parent = getpid(), child = fork();
-    if (child == 0) become(each.path.c_str(), words, parent);
+    if (child == 0) become(each.path.c_str(), words, environment.data(), parent);
     each.started = clock::now();
     each.next_start = each.started + each.pause;
     if (child < 0) {

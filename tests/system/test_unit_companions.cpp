@@ -71,6 +71,7 @@ TEST(companions, run_on_the_units_root_and_end_with_it)
     std::string words;
     const pid_t first = u.next_begin("", &words);
     EXPECT_EQ(words, "--root " + u.root.path() + "/");
+    EXPECT_EQ(read_file("/proc/" + std::to_string(first) + "/environ").find("NOTIFY_SOCKET="), std::string::npos);
     const pid_t second = u.next_begin("", &words);
     EXPECT_EQ(words, "--root " + u.root.path() + "/");
     ASSERT_GT(first, 0);
