@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <sstream>
@@ -155,10 +156,17 @@ trap_receiver::trap_receiver(const std::string &configuration)
 
 bool trap_receiver::await(const std::vector<std::string> &parts)
 {
+    const auto matches = [&](const std::string &line) {
+        return std::ranges::all_of(parts, [&](const std::string &part) { return line.find(part) != std::string::npos; });
+    };
+    const auto earlier = std::ranges::find_if(passed_over_, matches);
+    if (earlier != passed_over_.end()) {
+        passed_over_.erase(earlier);
+        return true;
+    }
     while (const auto line = child_.out.next()) {
-        bool all = true;
-        for (const std::string &part : parts) all = all && line->find(part) != std::string::npos;
-        if (all) return true;
+        if (matches(*line)) return true;
+        passed_over_.push_back(*line);
     }
     return false;
 }

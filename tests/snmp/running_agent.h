@@ -70,7 +70,7 @@ public:
     explicit trap_receiver(const std::string &configuration = "authCommunity log public\n");
 
     bool ready() const { return ready_; }
-    // The next line that holds all of these parts.
+    // Takes the first line that holds all of these parts, among those passed over before and those still to come.
     bool await(const std::vector<std::string> &parts);
     const std::string &seen() const { return child_.out.seen(); }
     child_process &process() { return child_; }
@@ -78,6 +78,7 @@ public:
 private:
     temp_folder scratch_;
     child_process child_;
+    std::vector<std::string> passed_over_;
     bool ready_ = false;
 };
 
