@@ -188,7 +188,9 @@ TEST_F(cells, that_cannot_be_switched_are_refused_and_nothing_changes)
         const web_reply reply = post(form(c.text));
         EXPECT_EQ(reply.status, 501) << c.text;
         EXPECT_EQ(reply.text, "{}") << c.text;
-        EXPECT_EQ(fake::joined(fake::only(u.take(), {"log 0"})), c.message != nullptr ? "log " + std::string(c.message) + "\n" : "") << c.text;
+        EXPECT_EQ(fake::joined(fake::only(u.take(), {"log 0"})),
+                  c.message != nullptr ? "log " + std::string(c.message) + "\n" : "")
+            << c.text;
         EXPECT_EQ(lists(), "") << c.text;
         EXPECT_EQ(u.json("gpio"), before) << c.text;
     }
@@ -229,10 +231,17 @@ struct invert_case {
 
 TEST_F(cells, are_inverted_by_a_one_only)
 {
-    for (const invert_case &c : {invert_case{"&gpioInvert=1", "!Door#12"}, {"&gpioInvert=0", "Door#12"}, {"&gpioInvert=2", "Door#12"},
-                                 {"&gpioInvert=-1", "Door#12"}, {"&gpioInvert=true", "Door#12"}, {"&gpioInvert=1x", "Door#12"},
-                                 {"&gpioInvert=", "Door#12"}, {"&gpioInvert=01", "!Door#12"}, {"&gpioinvert=1", "Door#12"},
-                                 {"", "Door#12"}, {"&gpioInvert=1&gpioInvert=0", "!Door#12"}}) {
+    for (const invert_case &c : {invert_case{"&gpioInvert=1", "!Door#12"},
+                                 {"&gpioInvert=0", "Door#12"},
+                                 {"&gpioInvert=2", "Door#12"},
+                                 {"&gpioInvert=-1", "Door#12"},
+                                 {"&gpioInvert=true", "Door#12"},
+                                 {"&gpioInvert=1x", "Door#12"},
+                                 {"&gpioInvert=", "Door#12"},
+                                 {"&gpioInvert=01", "!Door#12"},
+                                 {"&gpioinvert=1", "Door#12"},
+                                 {"", "Door#12"},
+                                 {"&gpioInvert=1&gpioInvert=0", "!Door#12"}}) {
         EXPECT_EQ(post(form("1 event 12 relay 0") + c.text).status, 200);
         EXPECT_EQ(relay_list(0), c.list) << c.text;
         EXPECT_EQ(u.json("gpio/relay/relay_0/trigger_invert"), c.list[0] == '!' ? "\"1\"" : "\"0\"");
@@ -262,8 +271,8 @@ TEST_F(cells, are_switched_off_by_every_other_action)
     }
 }
 
-const char *const wild_ids[] = {"4294967296", "4294967308", "-4294967284", "2147483648", "18446744073709551628", "99999999999999999999",
-                                "-99999999999999999999"};
+const char *const wild_ids[] = {"4294967296",           "4294967308",           "-4294967284",          "2147483648",
+                                "18446744073709551628", "99999999999999999999", "-99999999999999999999"};
 
 TEST_F(cells, of_numbers_beyond_32_bits_are_not_those_of_the_numbers_left_when_they_are_cut)
 {
@@ -281,9 +290,11 @@ TEST_F(cells, of_numbers_beyond_32_bits_are_not_those_of_the_numbers_left_when_t
 
 TEST_F(cells, are_missed_one_by_one_in_a_fixed_order)
 {
-    const std::pair<const char *, const char *> parts[] = {{"action=1", "Action is missing"}, {"inputClass=event", "Input class info is missing"},
+    const std::pair<const char *, const char *> parts[] = {{"action=1", "Action is missing"},
+                                                           {"inputClass=event", "Input class info is missing"},
                                                            {"outputClass=relay", "Output class info is missing"},
-                                                           {"inputID=12", "Input ID is missing"}, {"outputID=0", "Output ID is missing"}};
+                                                           {"inputID=12", "Input ID is missing"},
+                                                           {"outputID=0", "Output ID is missing"}};
     std::string body = "gpioInvert=1";
     for (const auto &[part, message] : parts) {
         u.take();
@@ -297,7 +308,14 @@ TEST_F(cells, are_missed_one_by_one_in_a_fixed_order)
     EXPECT_EQ(relay_list(0), "!Door#12");
 }
 
-const char *const wild_forms[] = {"x", "=", "&&&", "action", "action%3D1", "ACTION=1&INPUTCLASS=event", "{\"action\":1}", "action=&inputClass=event",
+const char *const wild_forms[] = {"x",
+                                  "=",
+                                  "&&&",
+                                  "action",
+                                  "action%3D1",
+                                  "ACTION=1&INPUTCLASS=event",
+                                  "{\"action\":1}",
+                                  "action=&inputClass=event",
                                   "action=1&inputClass=event&inputID=&outputClass=relay&outputID=0",
                                   "action=1&inputClass=event&inputID=12a&outputClass=relay&outputID=0",
                                   "action=1&inputClass=event&inputID=12&outputClass=relay&outputID=0x0",
@@ -314,7 +332,8 @@ TEST_F(cells, that_nobody_can_read_are_refused_without_a_body)
     }
     const std::string filler(70000, 'c');
     EXPECT_EQ(post(filler).status, 501);
-    EXPECT_EQ(post("action=1&inputClass=" + filler + "&inputID=1&outputClass=" + filler + "&outputID=2").status, 200) << "two ports";
+    EXPECT_EQ(post("action=1&inputClass=" + filler + "&inputID=1&outputClass=" + filler + "&outputID=2").status, 200)
+        << "two ports";
     EXPECT_EQ(lists(), "port 2: GPI 2#6");
 }
 
@@ -324,12 +343,15 @@ TEST(pairs_of_buttons_and_leds, are_connected_by_the_triggers_of_the_buttons)
     u.gpis(12).virtuals(8).buttons(2).relays(4);
     for (const char *const button : {"btn_1", "btn_2"}) u.set(std::string("user_buttons/") + button + "/type", 1);
     ASSERT_EQ(u.start(), 0);
-    const std::pair<int, const char *> pairs[] = {{20, "User Button 1#25"}, {21, "User Button 1#25"}, {22, "User Button 2#26"}, {23, "User Button 2#26"}};
+    const std::pair<int, const char *> pairs[] = {
+        {20, "User Button 1#25"}, {21, "User Button 1#25"}, {22, "User Button 2#26"}, {23, "User Button 2#26"}};
     for (const auto &[port, list] : pairs) {
         const std::string relay = std::to_string(port - 20);
-        EXPECT_EQ(u.request(conn, nullptr, form("1 user_button " + std::to_string(port) + " relay " + relay).c_str()).status, 200);
+        EXPECT_EQ(u.request(conn, nullptr, form("1 user_button " + std::to_string(port) + " relay " + relay).c_str()).status,
+                  200);
         EXPECT_EQ(relay_list(port - 20), list) << port;
-        EXPECT_EQ(u.request(conn, nullptr, form("0 user_button " + std::to_string(port) + " relay " + relay).c_str()).status, 200);
+        EXPECT_EQ(u.request(conn, nullptr, form("0 user_button " + std::to_string(port) + " relay " + relay).c_str()).status,
+                  200);
         EXPECT_EQ(relay_list(port - 20), "") << port;
     }
 }

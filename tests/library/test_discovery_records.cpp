@@ -90,9 +90,12 @@ struct kept_path {
 TEST(a_txt_text, keeps_each_path_that_begins_with_the_new_one)
 {
     const unit u;
-    for (const kept_path &c : {kept_path{"path=/near", 0, "/near/type", "/near/status"}, {"path=/ne", 0, "/near/type", "/near/status"},
-                               {"path=/nearer", 1, "/nearer/type", "/nearer/status"}, {"path=", 0, "/near/type", "/near/status"},
-                               {"path=\"", 0, "/near/type", "/near/status"}, {"path=/far", 1, "/far/type", "/far/status"},
+    for (const kept_path &c : {kept_path{"path=/near", 0, "/near/type", "/near/status"},
+                               {"path=/ne", 0, "/near/type", "/near/status"},
+                               {"path=/nearer", 1, "/nearer/type", "/nearer/status"},
+                               {"path=", 0, "/near/type", "/near/status"},
+                               {"path=\"", 0, "/near/type", "/near/status"},
+                               {"path=/far", 1, "/far/type", "/far/status"},
                                {"path=/near/type", 1, "/near/type", "/near/type/status"},
                                {"path=/near/status", 1, "/near/status/type", "/near/status"},
                                {"path=/near/type/status", 1, "/near/type/status/type", "/near/type/status/status"}}) {
@@ -204,8 +207,9 @@ TEST_F(messages, with_one_unterminated_field_each_read_that_field_alone)
     }
     EXPECT_TRUE(u.logged("4 zel_sdisc_ipc_cb: Service '" + std::string(64, 'x') +
                          "' resolved: interface=3 type='_zelvgpo._tcp' host='host' addr='10.0.0.3' port=9000 txt='path=/far'"));
-    EXPECT_TRUE(u.logged(std::string("4 zel_sdisc_ipc_cb: Service '") + far + "' resolved: interface=3 type='_zelvgpo._tcp' host='" +
-                         std::string(64, 'x') + "' addr='10.0.0.3' port=9000 txt='path=/far'"));
+    EXPECT_TRUE(u.logged(std::string("4 zel_sdisc_ipc_cb: Service '") + far +
+                         "' resolved: interface=3 type='_zelvgpo._tcp' host='" + std::string(64, 'x') +
+                         "' addr='10.0.0.3' port=9000 txt='path=/far'"));
     EXPECT_TRUE(u.logged(std::string("1 zel_sdisc_ipc_cb: Ignoring ZEL_SDISC_SERVICE_RESOLVE_MSG for '") + far +
                          "' as it is the incorrect type: '" + std::string(64, 'x') + "'"));
     ASSERT_NE(record(far), nullptr);
@@ -250,7 +254,8 @@ TEST_F(messages, that_are_longer_than_what_is_read_go_back_whole)
 }
 
 /// Names that mean something to somebody: to formats, paths, lists, JSON and terminals.
-const char *const wild_names[] = {"%s%n%s%n", "/a/b/../c", "a, b", "!a", "\"", "\\", "{\"name\":1}", "\xFF\xFE", "a\nb", "-", "  ", "null"};
+const char *const wild_names[] = {"%s%n%s%n",     "/a/b/../c", "a, b", "!a", "\"", "\\",
+                                  "{\"name\":1}", "\xFF\xFE",  "a\nb", "-",  "  ", "null"};
 
 TEST_F(messages, with_wild_names_are_entered_as_they_are)
 {
@@ -262,8 +267,10 @@ TEST_F(messages, with_wild_names_are_entered_as_they_are)
         EXPECT_EQ(u.value_of("gpio/vgpio sources/v-" + std::to_string(vgpo->id)), name);
     }
     const std::string document = u.request("/cgi/gpioGrid.cgi", "getFreeGpio=0", nullptr).text;
-    EXPECT_NE(document.find("{\"name\":\"%s%n%s%n\"},{\"name\":\"/a/b/../c\"},{\"name\":\"a, b\"}"), std::string::npos) << document;
-    EXPECT_NE(document.find("{\"name\":\"\\\"\"},{\"name\":\"\\\\\"},{\"name\":\"{\\\"name\\\":1}\"}"), std::string::npos) << document;
+    EXPECT_NE(document.find("{\"name\":\"%s%n%s%n\"},{\"name\":\"/a/b/../c\"},{\"name\":\"a, b\"}"), std::string::npos)
+        << document;
+    EXPECT_NE(document.find("{\"name\":\"\\\"\"},{\"name\":\"\\\\\"},{\"name\":\"{\\\"name\\\":1}\"}"), std::string::npos)
+        << document;
     for (const char *const name : wild_names) remove(u, name);
     EXPECT_EQ(zel::remote_vgpos.count, 1u);
 }

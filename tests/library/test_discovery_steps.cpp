@@ -29,8 +29,9 @@ protected:
 TEST_F(followed, a_found_service_is_connected_first_and_told_then)
 {
     resolve(u, near);
-    EXPECT_LINES(fake::without(u.take(), {"log 4", "log 2"}), "consumer 1 connect 10.0.0.2:9000 (timeout 10)", "consumer 1 get /near/type",
-                 "consumer 1 get /near/status", "consumer 1 get /near/type", "consumer 1 get /near/status", "ipc snmp send 14 (68 bytes)");
+    EXPECT_LINES(fake::without(u.take(), {"log 4", "log 2"}), "consumer 1 connect 10.0.0.2:9000 (timeout 10)",
+                 "consumer 1 get /near/type", "consumer 1 get /near/status", "consumer 1 get /near/type",
+                 "consumer 1 get /near/status", "ipc snmp send 14 (68 bytes)");
     EXPECT_EQ(u.value_of(leaf), near);
 }
 
@@ -113,7 +114,8 @@ TEST_F(followed, a_reset_is_published_only_where_level_and_source_are_shown)
     port(0).ember_state = level;
     port(2).ember_vgpo_src = source;
     EXPECT_EQ(zel::reset_vgpis_following(near), 1);
-    EXPECT_LINES(u.take(), "ember set gpio/virtual/vgpio 1/status 0 (8 bytes)", "ember set gpio/virtual/vgpio 3/status 0 (8 bytes)");
+    EXPECT_LINES(u.take(), "ember set gpio/virtual/vgpio 1/status 0 (8 bytes)",
+                 "ember set gpio/virtual/vgpio 3/status 0 (8 bytes)");
 }
 
 TEST_F(followed, a_service_whose_record_is_gone_still_drops_the_levels)

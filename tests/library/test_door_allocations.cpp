@@ -42,7 +42,8 @@ void expect_whole_records()
     for (const vgpo_node_t *node = zel::remote_vgpos.head; node != nullptr; node = node->next, ++nodes) {
         const vGPO_t &vgpo = *node->vgpo;
         if (vgpo.name == nullptr)
-            EXPECT_TRUE(vgpo.addr_port == nullptr && vgpo.type_path == nullptr && vgpo.status_path == nullptr && vgpo.ember_param == nullptr);
+            EXPECT_TRUE(vgpo.addr_port == nullptr && vgpo.type_path == nullptr && vgpo.status_path == nullptr &&
+                        vgpo.ember_param == nullptr);
         else
             EXPECT_EQ(find_vgpo_by_name(&zel::remote_vgpos, vgpo.name), &vgpo) << vgpo.name;
     }
@@ -83,33 +84,43 @@ const scenario scenarios[] = {
     {"the followed unit goes and returns", [](unit &u) { remove(u, near), resolve(u, near); }},
     {"the tree chooses a source", [](unit &u) { resolve_far(u), u.write("gpio/virtual/vgpio 3/vgpio source", far); }},
     {"the tree changes a source", [](unit &u) { resolve_far(u), u.write("gpio/virtual/vgpio 1/vgpio source", far); }},
-    {"the tree turns an input round", [](unit &u) { u.write("gpio/virtual/vgpio 1/type", 2), u.write("gpio/virtual/vgpio 1/type", 1); }},
+    {"the tree turns an input round",
+     [](unit &u) { u.write("gpio/virtual/vgpio 1/type", 2), u.write("gpio/virtual/vgpio 1/type", 1); }},
     {"the browser looks", [](unit &u) { u.request(grid, "all", nullptr), u.request(grid, "getFreeGpio=0", nullptr); }},
-    {"the browser chooses a source", [](unit &u) { resolve_far(u), u.request(grid, nullptr, "gpioType=v&gpioPort=4&newState=1&vgpoSrc=vGPO1%40Studio+3"); }},
+    {"the browser chooses a source",
+     [](unit &u) { resolve_far(u), u.request(grid, nullptr, "gpioType=v&gpioPort=4&newState=1&vgpoSrc=vGPO1%40Studio+3"); }},
     {"the browser turns ports round",
-     [](unit &u) { u.request(grid, nullptr, "gpioType=p&gpioPort=0,1&newState=2"), u.request(grid, nullptr, "gpioType=p&gpioPort=0,1&newState=1&gpioInMode=1"); }},
+     [](unit &u) {
+         u.request(grid, nullptr, "gpioType=p&gpioPort=0,1&newState=2");
+         u.request(grid, nullptr, "gpioType=p&gpioPort=0,1&newState=1&gpioInMode=1");
+     }},
     {"the browser puts things on the grid",
      [](unit &u) {
          u.request(grid, nullptr, "gpioType=relay&gpioPort=0&newState=2");
-         u.request(grid, nullptr, "gpioType=event&gpioPort=0&newState=2"), u.request(grid, nullptr, "gpioType=event&gpioPort=10&newState=1");
+         u.request(grid, nullptr, "gpioType=event&gpioPort=0&newState=2");
+         u.request(grid, nullptr, "gpioType=event&gpioPort=10&newState=1");
      }},
     {"the browser connects",
      [](unit &u) {
          for (const char *const output : {"event", "relay", "physical"})
-             u.request(conn, nullptr, (std::string("action=1&inputClass=event&inputID=10&outputID=0&outputClass=") + output).c_str());
+             u.request(conn, nullptr,
+                       (std::string("action=1&inputClass=event&inputID=10&outputID=0&outputClass=") + output).c_str());
          u.request(conn, nullptr, "action=1&inputClass=virtual&inputID=2&outputClass=event&outputID=0");
          u.request(conn, nullptr, "action=1&inputClass=virtual&inputID=2&outputClass=physical&outputID=1");
      }},
     {"the browser connects and disconnects",
      [](unit &u) {
          for (const char *const action : {"1", "0"}) {
-             u.request(conn, nullptr, (std::string("action=") + action + "&inputClass=event&inputID=10&outputID=0&outputClass=relay").c_str());
-             u.request(conn, nullptr, (std::string("action=") + action + "&inputClass=virtual&inputID=2&outputID=0&outputClass=event").c_str());
+             u.request(conn, nullptr,
+                       (std::string("action=") + action + "&inputClass=event&inputID=10&outputID=0&outputClass=relay").c_str());
+             u.request(conn, nullptr,
+                       (std::string("action=") + action + "&inputClass=virtual&inputID=2&outputID=0&outputClass=event").c_str());
          }
      }},
     {"the browser takes things off",
      [](unit &u) {
-         u.request(grid, nullptr, "gpioType=event&gpioPort=0&newState=0"), u.request(grid, nullptr, "gpioType=event&gpioPort=10&newState=0&gpioInMode=0");
+         u.request(grid, nullptr, "gpioType=event&gpioPort=0&newState=0");
+         u.request(grid, nullptr, "gpioType=event&gpioPort=10&newState=0&gpioInMode=0");
          u.request(grid, nullptr, "gpioType=relay&gpioPort=0&newState=0");
      }},
     {"the agent asks",
@@ -172,8 +183,12 @@ TEST(a_new_record, that_finds_no_memory_says_so_and_is_listed_whole_or_not_at_al
                       no_parse = "log 0 add_remote_vgpo: Failed to parse strlist",
                       no_address = "log 0 add_remote_vgpo: Failed to allocate memory for IP address and port in vGPO list";
     // A type path that fails before a status path that does not leaves a record that is listed and waits for its type path.
-    for (const lost &l : {lost{0, {no_record}, 1, false}, {1, {no_record}, 1, false}, {2, {no_name}, 2, false}, {3, {no_path}, 2, true},
-                          {4, {no_path, no_parse}, 2, false}, {5, {no_address}, 2, false}}) {
+    for (const lost &l : {lost{0, {no_record}, 1, false},
+                          {1, {no_record}, 1, false},
+                          {2, {no_name}, 2, false},
+                          {3, {no_path}, 2, true},
+                          {4, {no_path, no_parse}, 2, false},
+                          {5, {no_address}, 2, false}}) {
         SCOPED_TRACE(l.nth);
         EXPECT_CHILD_SUCCEEDS({
             unit u;
@@ -257,10 +272,11 @@ TEST(a_request, whose_text_cannot_be_copied_says_so)
         const char *path, *query, *body, *said, *text;
         int status;
     };
-    for (const text_case &c : {text_case{grid, "all", nullptr, "0 gpio_grid_get_handler: strdup failed", nullptr, 501},
-                               {grid, nullptr, "gpioType=relay&gpioPort=0&newState=2", "0 gpio_grid_post_handler: strdup failed", "{}", 200},
-                               {conn, nullptr, "action=1&inputClass=event&inputID=1&outputClass=relay&outputID=0",
-                                "0 url_handler_func_gpioConn: strdup failed", nullptr, 501}}) {
+    for (const text_case &c :
+         {text_case{grid, "all", nullptr, "0 gpio_grid_get_handler: strdup failed", nullptr, 501},
+          {grid, nullptr, "gpioType=relay&gpioPort=0&newState=2", "0 gpio_grid_post_handler: strdup failed", "{}", 200},
+          {conn, nullptr, "action=1&inputClass=event&inputID=1&outputClass=relay&outputID=0",
+           "0 url_handler_func_gpioConn: strdup failed", nullptr, 501}}) {
         const std::string before = u.json("gpio");
         fake::fail_allocation(0);
         const fake::web_reply reply = u.request(c.path, c.query, c.body);

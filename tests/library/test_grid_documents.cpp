@@ -46,10 +46,11 @@ TEST(the_grid, of_a_unit_with_nothing_is_empty)
     EXPECT_EQ(get(u, "all"), document("[]", "[]", "[]"));
     EXPECT_EQ(get(u, "getFreeGpio=1"), "{\"handlers\":[],\"gpio\":[]}");
     EXPECT_EQ(get(u, "getFreeGpio=-1"), "{\"gpio\":[]}");
-    EXPECT_EQ(get(u, "getFreeGpio=0"),
-              "{\"triggers\":" + list({item(0, "event", "Eth Link Down", 0), item(1, "event", "AoIP Link Down", 0),
-                                       item(2, "event", "AC Power Off", 0), item(3, "event", "DC Power Off", 0),
-                                       item(4, "event", "PTP Sync Lost", 0)}) + ",\"gpio\":[],\"vgpo_src_list\":[{\"name\":\"-\"}]}");
+    EXPECT_EQ(get(u, "getFreeGpio=0"), "{\"triggers\":" +
+                                           list({item(0, "event", "Eth Link Down", 0), item(1, "event", "AoIP Link Down", 0),
+                                                 item(2, "event", "AC Power Off", 0), item(3, "event", "DC Power Off", 0),
+                                                 item(4, "event", "PTP Sync Lost", 0)}) +
+                                           ",\"gpio\":[],\"vgpo_src_list\":[{\"name\":\"-\"}]}");
 }
 
 TEST(the_grid, of_a_unit_with_disabled_ports_offers_them_all)
@@ -68,7 +69,8 @@ TEST(the_grid, of_a_unit_with_disabled_ports_offers_them_all)
 }
 
 /// 0 GPI (input) drives Record plain and Play inverted; 1 GPI (output) on Door and, inverted, its neighbour; 2 cough drives Play;
-/// 3 vGPI follows `near`; 4 vGPO on button 1 and vGPI 1; 5 button (latching) drives Record; 6 LED on Fire; relay 0 on all of them.
+/// 3 vGPI follows `near`; 4 vGPO on button 1 and vGPI 1; 5 button (latching) drives Record; 6 LED on Fire; relay 0 on all of
+/// them.
 void start_wired(unit &u)
 {
     u.gpis(2).coughs(1).virtuals(2).buttons(1).relays(2).product("ZEL-SOFT");
@@ -77,10 +79,13 @@ void start_wired(unit &u)
     u.set("physical/gpio_1/type", 2).set("physical/gpio_1/trigger", "Door, GPI 1").set("physical/gpio_1/invert_trigger", "0, 1");
     u.set("physical/gpio_2/type", 1).set("physical/gpio_2/handler", "Play").set("physical/gpio_2/handler_invert", "0");
     u.set("virtual/vgpio_0/type", 1).set("virtual/vgpio_0/vgpo_src", near).set("virtual/vgpio_0/handler_invert", "");
-    u.set("virtual/vgpio_1/type", 2).set("virtual/vgpio_1/trigger", "User Button 1, vGPI 1").set("virtual/vgpio_1/invert_trigger", "0, 0");
+    u.set("virtual/vgpio_1/type", 2)
+        .set("virtual/vgpio_1/trigger", "User Button 1, vGPI 1")
+        .set("virtual/vgpio_1/invert_trigger", "0, 0");
     u.set("user_buttons/btn_1/type", 1).set("user_buttons/btn_1/handler", "Record").set("user_buttons/btn_1/handler_invert", "0");
     u.set("user_buttons/led_1/type", 2).set("user_buttons/led_1/trigger", "Fire").set("user_buttons/led_1/invert_trigger", "0");
-    u.set("relay/relay_0/triggers", "Door, GPI 1, COUGH 1, vGPI 1, User Button 1").set("relay/relay_0/trigger_invert", "1, 0, 0, 0, 0");
+    u.set("relay/relay_0/triggers", "Door, GPI 1, COUGH 1, vGPI 1, User Button 1")
+        .set("relay/relay_0/trigger_invert", "1, 0, 0, 0, 0");
     u.set("on_grid_handlers", "Record").set("on_grid_triggers", "Door, Fire");
     ASSERT_EQ(u.start(), 0);
     u.handler("Record"), u.handler("Play"), u.led_handler(0);
@@ -93,19 +98,20 @@ void start_wired(unit &u)
 std::string wired(int on)
 {
     const int off = 1 - on;
-    return document(list({item(11, "event", "Door", on), item(12, "event", "Fire", on), item(0, "physical", "Physical Port 1", on, mode(1)),
-                          item(2, "cough", "Cough Port 1", on, mode(1)), item(3, "virtual", "Virtual Port 1", on, source(near, true)),
-                          item(5, "user_button", "User Button 1", on, mode(0))}),
-                    list({item(0, "event", "Record", on), item(1, "event", "Play", 1), item(1, "physical", "Physical Port 2", 1),
-                          item(4, "virtual", "Virtual Port 2", on), item(6, "user_led", "User LED 1", on), item(0, "relay", "Relay 1", 1)}),
-                    list({connection("physical", 0, "event", 0, 0, nullptr, on), connection("physical", 0, "event", 1, 1, nullptr, off),
-                          connection("event", 11, "physical", 1, 0, "true", on), connection("physical", 0, "physical", 1, 1, "true", off),
-                          connection("cough", 2, "event", 1, 0, nullptr, on), connection("user_button", 5, "virtual", 4, 0, "true", on),
-                          connection("virtual", 3, "virtual", 4, 0, "true", on), connection("user_button", 5, "event", 0, 0, nullptr, on),
-                          connection("event", 12, "user_led", 6, 0, "true", on), connection("event", 11, "relay", 0, 1, "true", off),
-                          connection("physical", 0, "relay", 0, 0, "true", on), connection("cough", 2, "relay", 0, 0, "true", on),
-                          connection("virtual", 3, "relay", 0, 0, "true", on), connection("user_button", 5, "relay", 0, 0, "true", on)}),
-                    {near, far});
+    return document(
+        list({item(11, "event", "Door", on), item(12, "event", "Fire", on), item(0, "physical", "Physical Port 1", on, mode(1)),
+              item(2, "cough", "Cough Port 1", on, mode(1)), item(3, "virtual", "Virtual Port 1", on, source(near, true)),
+              item(5, "user_button", "User Button 1", on, mode(0))}),
+        list({item(0, "event", "Record", on), item(1, "event", "Play", 1), item(1, "physical", "Physical Port 2", 1),
+              item(4, "virtual", "Virtual Port 2", on), item(6, "user_led", "User LED 1", on), item(0, "relay", "Relay 1", 1)}),
+        list({connection("physical", 0, "event", 0, 0, nullptr, on), connection("physical", 0, "event", 1, 1, nullptr, off),
+              connection("event", 11, "physical", 1, 0, "true", on), connection("physical", 0, "physical", 1, 1, "true", off),
+              connection("cough", 2, "event", 1, 0, nullptr, on), connection("user_button", 5, "virtual", 4, 0, "true", on),
+              connection("virtual", 3, "virtual", 4, 0, "true", on), connection("user_button", 5, "event", 0, 0, nullptr, on),
+              connection("event", 12, "user_led", 6, 0, "true", on), connection("event", 11, "relay", 0, 1, "true", off),
+              connection("physical", 0, "relay", 0, 0, "true", on), connection("cough", 2, "relay", 0, 0, "true", on),
+              connection("virtual", 3, "relay", 0, 0, "true", on), connection("user_button", 5, "relay", 0, 0, "true", on)}),
+        {near, far});
 }
 
 TEST(the_grid, shows_the_level_of_every_input_output_and_connection)
@@ -134,7 +140,8 @@ TEST(the_grid, shows_only_what_is_on_it)
     EXPECT_EQ(get(u, "all"), document(list({item(0, "event", "Eth Link Down", 0)}), list({output}), "[]"));
     u.request(grid, nullptr, "gpioType=relay&gpioPort=0&newState=2");
     const std::string relay = connection("event", 0, "relay", 0, 0, "true", 0);
-    EXPECT_EQ(get(u, "all"), document(list({item(0, "event", "Eth Link Down", 0)}), list({output, item(0, "relay", "Relay 1", 0)}), list({relay})));
+    EXPECT_EQ(get(u, "all"), document(list({item(0, "event", "Eth Link Down", 0)}),
+                                      list({output, item(0, "relay", "Relay 1", 0)}), list({relay})));
     u.request(grid, nullptr, "gpioType=event&gpioPort=0&newState=2");
     EXPECT_EQ(get(u, "all"), document(list({item(0, "event", "Eth Link Down", 0)}),
                                       list({item(0, "event", "Record", 0), output, item(0, "relay", "Relay 1", 0)}),
@@ -167,11 +174,13 @@ TEST(buttons_and_leds, are_numbered_in_pairs_and_found_by_their_triggers)
     ASSERT_EQ(u.start(), 0);
     const std::string text = get(u, "all");
     EXPECT_NE(text.find("\"outputs\":" + list({item(7, "user_led", "User LED 3", 0)})), std::string::npos) << text;
-    EXPECT_NE(text.find("\"connections\":" +
-                        list({connection("user_button", 2, "user_led", 7, 0, "true", 0), connection("user_button", 4, "user_led", 7, 0, "true", 0),
-                              connection("user_button", 6, "user_led", 7, 0, "true", 0), connection("physical", 0, "user_led", 7, 0, "true", 0),
-                              connection("virtual", 1, "user_led", 7, 0, "true", 0)})),
-              std::string::npos) << text;
+    EXPECT_NE(text.find("\"connections\":" + list({connection("user_button", 2, "user_led", 7, 0, "true", 0),
+                                                   connection("user_button", 4, "user_led", 7, 0, "true", 0),
+                                                   connection("user_button", 6, "user_led", 7, 0, "true", 0),
+                                                   connection("physical", 0, "user_led", 7, 0, "true", 0),
+                                                   connection("virtual", 1, "user_led", 7, 0, "true", 0)})),
+              std::string::npos)
+        << text;
 }
 
 TEST(a_trigger, that_is_not_registered_has_no_connection_until_it_is)
@@ -219,7 +228,8 @@ TEST(a_query, is_decoded_and_only_its_first_value_counts)
     unit u;
     u.gpis(1).product("ZEL-SOFT");
     ASSERT_EQ(u.start(), 0);
-    const std::string only_ports = "{\"gpio\":" + list({item(0, "physical", "Physical Port 1", 0)}) + "}", whole = document("[]", "[]", "[]");
+    const std::string only_ports = "{\"gpio\":" + list({item(0, "physical", "Physical Port 1", 0)}) + "}",
+                      whole = document("[]", "[]", "[]");
     for (const char *const query : {"getFreeGpio=2", "getFreeGpio=%32", "%67etFreeGpio=2", "x=1&getFreeGpio=2&getFreeGpio=0",
                                     "getFreeGpio=-2147483648", "getFreeGpio=2147483647", "getFreeGpio=-1"})
         EXPECT_EQ(get(u, query), only_ports) << query;

@@ -20,7 +20,8 @@ namespace {
 web_reply post(unit &u, const std::string &body) { return u.request("/cgi/gpioGrid.cgi", nullptr, body.c_str()); }
 
 /// 0 GPI (input) drives Record, 1 GPI (output) on Door, 2 cough (input) drives Record, 3 vGPI follows `near`, 4 vGPO, 5 button,
-/// 6 LED; relay 0 (on the grid) on Door and GPI 1, relay 1 empty. Handlers 0 Record (on Door), 1 Play, 2 the LED's; trigger 11 Door.
+/// 6 LED; relay 0 (on the grid) on Door and GPI 1, relay 1 empty. Handlers 0 Record (on Door), 1 Play, 2 the LED's; trigger 11
+/// Door.
 class forms : public testing::Test {
 protected:
     unit u;
@@ -83,9 +84,9 @@ TEST_F(forms, a_relay_takes_its_place_and_keeps_or_loses_its_list)
 TEST_F(forms, a_relay_is_marked_first_and_emptied_then)
 {
     EXPECT_EQ(post(u, "gpioType=relay&gpioPort=0&newState=0").text, "{}");
-    EXPECT_LINES(fake::only(u.take(), {"json set gpio/relay", "pin", "ipc", "log 0", "log 1"}), "json set gpio/relay/relay_0/on_grid false",
-                 "json set gpio/relay/relay_0/triggers \"\"", "json set gpio/relay/relay_0/trigger_invert \"\"", "pin 201 write 0",
-                 "ipc snmp send 11 (416 bytes)");
+    EXPECT_LINES(fake::only(u.take(), {"json set gpio/relay", "pin", "ipc", "log 0", "log 1"}),
+                 "json set gpio/relay/relay_0/on_grid false", "json set gpio/relay/relay_0/triggers \"\"",
+                 "json set gpio/relay/relay_0/trigger_invert \"\"", "pin 201 write 0", "ipc snmp send 11 (416 bytes)");
 }
 
 TEST_F(forms, a_relay_whose_mark_cannot_be_saved_is_judged_by_its_list)
@@ -218,7 +219,8 @@ TEST_F(forms, a_virtual_input_takes_the_source_that_is_known_and_no_other)
 
 TEST_F(forms, a_source_of_any_length_and_any_bytes_is_harmless)
 {
-    for (const std::string &value : {std::string(20000, 'v'), std::string(5000, '\x01'), std::string(3000, '%'), std::string(64, '\x7F')}) {
+    for (const std::string &value :
+         {std::string(20000, 'v'), std::string(5000, '\x01'), std::string(3000, '%'), std::string(64, '\x7F')}) {
         EXPECT_EQ(post(u, "gpioType=virtual&gpioPort=3&newState=1&vgpoSrc=" + value).status, 200);
         EXPECT_STREQ(zel::gpios[3].vgpo_src, "");
     }
@@ -227,9 +229,22 @@ TEST_F(forms, a_source_of_any_length_and_any_bytes_is_harmless)
 // ---- Forms that no page sends
 
 const char *const refused_forms[] = {
-    "a", "=", "&", "&&&&", "gpioType%3Drelay%26gpioPort%3D0", "gpioType relay", "gpiotype=relay&gpioport=0&newstate=2", "{\"gpioType\":1}",
-    "gpioType=relay&newState=2", "gpioPort=0&newState=2", "newState=2", "vgpoSrc=-", "gpioInMode=1", "getFreeGpio=0",
-    "gpioType&gpioPort&newState", "%67pioType%3Drelay&gpioPort=0",
+    "a",
+    "=",
+    "&",
+    "&&&&",
+    "gpioType%3Drelay%26gpioPort%3D0",
+    "gpioType relay",
+    "gpiotype=relay&gpioport=0&newstate=2",
+    "{\"gpioType\":1}",
+    "gpioType=relay&newState=2",
+    "gpioPort=0&newState=2",
+    "newState=2",
+    "vgpoSrc=-",
+    "gpioInMode=1",
+    "getFreeGpio=0",
+    "gpioType&gpioPort&newState",
+    "%67pioType%3Drelay&gpioPort=0",
 };
 
 TEST_F(forms, that_lack_anything_are_refused_and_change_nothing)
@@ -246,13 +261,18 @@ TEST_F(forms, that_lack_anything_are_refused_and_change_nothing)
 }
 
 const char *const idle_forms[] = {
-    "gpioType=relay&gpioPort=&newState=2", "gpioType=relay&gpioPort=,&newState=2", "gpioType=relay&gpioPort=2,3,-1,-2&newState=0",
+    "gpioType=relay&gpioPort=&newState=2",
+    "gpioType=relay&gpioPort=,&newState=2",
+    "gpioType=relay&gpioPort=2,3,-1,-2&newState=0",
     "gpioType=relay&gpioPort=2147483648,-2147483649,4294967296,4294967297,-4294967296&newState=0",
     "gpioType=relay&gpioPort=18446744073709551616,99999999999999999999999999&newState=0",
-    "gpioType=event&gpioPort=-1,-200,-2147483648,-99999999999999999999&newState=0", "gpioType=event&gpioPort=&newState=1",
-    "gpioType=physical&gpioPort=7,200,2147483647&newState=0", "gpioType=physical&gpioPort=-1,-7,-2147483648,-4294967295&newState=0",
+    "gpioType=event&gpioPort=-1,-200,-2147483648,-99999999999999999999&newState=0",
+    "gpioType=event&gpioPort=&newState=1",
+    "gpioType=physical&gpioPort=7,200,2147483647&newState=0",
+    "gpioType=physical&gpioPort=-1,-7,-2147483648,-4294967295&newState=0",
     "gpioType=physical&gpioPort=4294967296,4294967297,8589934592,18446744073709551616&newState=0",
-    "gpioType=&gpioPort=,,,,,,,,,&newState=0", "gpioType=RELAY&gpioPort=9&newState=0",
+    "gpioType=&gpioPort=,,,,,,,,,&newState=0",
+    "gpioType=RELAY&gpioPort=9&newState=0",
 };
 
 TEST_F(forms, with_indexes_outside_every_table_are_answered_and_change_nothing)
@@ -270,7 +290,8 @@ TEST_F(forms, with_indexes_outside_every_table_are_answered_and_change_nothing)
 TEST_F(forms, with_events_behind_the_tables_are_refused)
 {
     const std::string before = state_of_all();
-    for (const char *const index : {"200", "201", "2147483647", "2147483648", "4294967296", "4294967307", "99999999999999999999"}) {
+    for (const char *const index :
+         {"200", "201", "2147483647", "2147483648", "4294967296", "4294967307", "99999999999999999999"}) {
         for (const char *const state : {"0", "1", "2", "0&gpioInMode=0"}) {
             EXPECT_EQ(post(u, std::string("gpioType=event&gpioPort=") + index + "&newState=" + state).status, 501) << index;
             EXPECT_EQ(state_of_all(), before) << index << " " << state;
@@ -281,8 +302,8 @@ TEST_F(forms, with_events_behind_the_tables_are_refused)
 TEST_F(forms, with_modes_that_are_none_are_refused)
 {
     const std::string before = state_of_all();
-    for (const char *const mode : {"2", "-1", "200", "2147483647", "-2147483648", "2147483648", "4294967296", "4294967297", "-4294967295",
-                                   "99999999999999999999", "", "1x", "one", "0x1", "1.0", "+1"}) {
+    for (const char *const mode : {"2", "-1", "200", "2147483647", "-2147483648", "2147483648", "4294967296", "4294967297",
+                                   "-4294967295", "99999999999999999999", "", "1x", "one", "0x1", "1.0", "+1"}) {
         EXPECT_EQ(post(u, std::string("gpioType=physical&gpioPort=0&newState=1&gpioInMode=") + mode).status, 501) << mode;
         EXPECT_EQ(post(u, std::string("gpioType=user_button&gpioPort=5&newState=1&gpioInMode=") + mode).status, 501) << mode;
         EXPECT_EQ(state_of_all(), before) << mode;

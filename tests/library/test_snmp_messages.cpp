@@ -58,9 +58,12 @@ const news all_news[] = {
     {"a type chosen in the tree", [](unit &u) { u.write("gpio/physical/gpio 2/type", 0); }, {"7 1", "7 1"}},
     {"a cough port disabled in the tree", [](unit &u) { u.write("gpio/physical/cough 2/type", 0); }, {"7 1", "7 1"}},
     {"a relay's list in the tree", [](unit &u) { u.write("gpio/physical/relay 2/output triggers", "AC Power Off"); }, {"11 1"}},
-    {"a port on the web", [](unit &u) { u.request("/cgi/gpioGrid.cgi", nullptr, "gpioType=p&gpioPort=1&newState=0"); }, {"7 1", "7 1"}},
+    {"a port on the web",
+     [](unit &u) { u.request("/cgi/gpioGrid.cgi", nullptr, "gpioType=p&gpioPort=1&newState=0"); },
+     {"7 1", "7 1"}},
     {"a connection on the web",
-     [](unit &u) { u.request("/cgi/gpioConn.cgi", nullptr, "action=1&inputClass=event&inputID=2&outputClass=relay&outputID=1"); }, {"11 1"}},
+     [](unit &u) { u.request("/cgi/gpioConn.cgi", nullptr, "action=1&inputClass=event&inputID=2&outputClass=relay&outputID=1"); },
+     {"11 1"}},
     {"a new trigger", [](unit &u) { u.trigger("Door"); }, {"12 13 Door"}},
     {"a new handler", [](unit &u) { u.handler("Play"); }, {"13 2 Play"}},
     {"a renamed handler", [](unit &) { zel_gpio_rename_handler("Record", "Tape"); }, {"13 0 Tape"}},
@@ -125,9 +128,11 @@ struct range {
 };
 
 // Of the unit above, as the agent counts. GPI requests reach all physical ports by their own index.
-const range ranges[] = {{15, 17, 0, 3}, {19, 20, 0, 3}, {21, 22, 0, 1}, {23, 25, 0, 1}, {27, 28, 0, 1}, {29, 32, 1, 2}, {34, 34, 1, 2}, {35, 35, 0, 1}};
+const range ranges[] = {{15, 17, 0, 3}, {19, 20, 0, 3}, {21, 22, 0, 1}, {23, 25, 0, 1},
+                        {27, 28, 0, 1}, {29, 32, 1, 2}, {34, 34, 1, 2}, {35, 35, 0, 1}};
 
-const int32_t far_out[] = {-1, -2, 4, 5, 7, 199, 200, 1000, INT32_MAX, INT32_MIN, INT32_MAX / 2, INT32_MAX / 2 + 1, INT32_MIN / 2, 1 << 30};
+const int32_t far_out[] = {
+    -1, -2, 4, 5, 7, 199, 200, 1000, INT32_MAX, INT32_MIN, INT32_MAX / 2, INT32_MAX / 2 + 1, INT32_MIN / 2, 1 << 30};
 
 TEST(a_request, for_an_index_outside_its_kind_is_refused_and_changes_nothing)
 {
@@ -158,7 +163,8 @@ TEST(a_request, reaches_the_ports_of_its_kind)
     for (const auto &[type, index, port_index] : reached) {
         u.take();
         EXPECT_EQ(ask(u, type, index, 0), 0) << int{type} << " " << index;
-        EXPECT_TRUE(u.logged("2 snmp_ipc_cb: Setting phys_type for gpio index " + std::to_string(port_index) + " to 0")) << port_index;
+        EXPECT_TRUE(u.logged("2 snmp_ipc_cb: Setting phys_type for gpio index " + std::to_string(port_index) + " to 0"))
+            << port_index;
         EXPECT_EQ(zel::gpios[port_index].type, 0u) << port_index;
     }
     EXPECT_EQ(zel::gpios[6].type, 1u) << "no request reaches a button";

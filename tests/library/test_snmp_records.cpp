@@ -82,13 +82,17 @@ void start(unit &u)
     u.gpis(2).coughs(2).virtuals(2).buttons(2).relays(2);
     u.set("physical/gpio_0/type", 1).set("physical/gpio_0/input_mode", 1).set("physical/gpio_0/handler", "Play, Nobody, Record");
     u.set("physical/gpio_0/handler_invert", "0, 0, 1");
-    u.set("physical/gpio_1/type", 2).set("physical/gpio_1/trigger", "Door, Nobody, Fire, GPI 1").set("physical/gpio_1/invert_trigger", "0, 1, 1, 0");
+    u.set("physical/gpio_1/type", 2)
+        .set("physical/gpio_1/trigger", "Door, Nobody, Fire, GPI 1")
+        .set("physical/gpio_1/invert_trigger", "0, 1, 1, 0");
     u.set("physical/gpio_3/type", 1).set("physical/gpio_3/handler", "Record").set("physical/gpio_3/handler_invert", "0");
     u.set("virtual/vgpio_0/type", 1).set("virtual/vgpio_0/vgpo_src", near).set("virtual/vgpio_0/handler", "Play");
     u.set("virtual/vgpio_0/handler_invert", "0").set("virtual/vgpio_1/type", 2).set("virtual/vgpio_1/trigger", "Fire");
     u.set("virtual/vgpio_1/invert_trigger", "1").set("user_buttons/btn_2/type", 1).set("user_buttons/btn_2/handler", "Record");
     u.set("user_buttons/btn_2/handler_invert", "0").set("user_buttons/led_1/type", 2).set("user_buttons/led_1/trigger", "Door");
-    u.set("user_buttons/led_1/invert_trigger", "0").set("relay/relay_1/triggers", "Fire, Nobody, Door").set("relay/relay_1/trigger_invert", "1, 1, 0");
+    u.set("user_buttons/led_1/invert_trigger", "0")
+        .set("relay/relay_1/triggers", "Fire, Nobody, Door")
+        .set("relay/relay_1/trigger_invert", "1, 1, 0");
     ASSERT_EQ(u.start(), 0);
     u.handler("Record"), u.handler("Play"), u.led_handler(0);
     u.trigger("Door"), u.trigger("Fire");
@@ -142,7 +146,8 @@ TEST(a_port, is_described_with_all_its_levels)
     zel_gpio_notify_user_button_event(1);
     std::vector<port_fields> expected = ports_at_rest();
     expected[0].state = expected[3].state = expected[4].state = expected[8].state = 1;
-    expected[1] = {.message = 7, .index = 1, .type = 2, .triggers = {13, -1, 14, 5}, .active = {13, 5}, .active_count = 2, .state = 1};
+    expected[1] = {
+        .message = 7, .index = 1, .type = 2, .triggers = {13, -1, 14, 5}, .active = {13, 5}, .active_count = 2, .state = 1};
     expected[5] = {.message = 8, .index = 1, .type = 2, .triggers = {14}};
     expected[7] = {.message = 10, .index = 0, .type = 2, .triggers = {13}, .active = {13}, .active_count = 1, .state = 1};
     for (int32_t i = 0; i < 10; ++i) expect_port(u, i, expected[static_cast<size_t>(i)], "active");
@@ -199,8 +204,9 @@ TEST(everything, names_every_taken_slot_with_its_number)
     remove(u, far);
     u.forget_sent();
     u.deliver("snmp", 1, {0});
-    const char *const triggers[] = {"Eth Link Down", "AoIP Link Down", "AC Power Off", "DC Power Off", "PTP Sync Lost", "GPI 1", "GPI 2",
-                                    "COUGH 1", "COUGH 2", "vGPI 1", "vGPI 2", "User Button 1", "User Button 2", nullptr, "Fire"};
+    const char *const triggers[] = {"Eth Link Down", "AoIP Link Down", "AC Power Off",  "DC Power Off", "PTP Sync Lost",
+                                    "GPI 1",         "GPI 2",          "COUGH 1",       "COUGH 2",      "vGPI 1",
+                                    "vGPI 2",        "User Button 1",  "User Button 2", nullptr,        "Fire"};
     std::vector<bytes> expected, got;
     for (int32_t id = 0; id < 15; ++id)
         if (triggers[id] != nullptr) expected.push_back(name_record(id, triggers[id]));
@@ -262,7 +268,8 @@ TEST(a_list, of_any_length_sends_its_first_fifty_entries)
     ASSERT_EQ(m.payload.size(), 416u);
     for (size_t slot = 0; slot < 50; ++slot) {
         EXPECT_EQ(m.int_at(4 + 4 * slot), 5 + static_cast<int32_t>(slot));
-        EXPECT_EQ(m.int_at(208 + 4 * slot), 65 + static_cast<int32_t>(slot)) << "the first fifty active ones, wherever they are listed";
+        EXPECT_EQ(m.int_at(208 + 4 * slot), 65 + static_cast<int32_t>(slot))
+            << "the first fifty active ones, wherever they are listed";
     }
     EXPECT_EQ(m.int_at(204), 120);
     EXPECT_EQ(m.int_at(408), 60);
@@ -274,9 +281,11 @@ TEST(a_led, shows_the_handler_of_its_first_entry)
     unit u;
     start(u);
     u.raise("Door");
-    expect_port(u, 7, {.message = 10, .index = 0, .type = 2, .triggers = {13}, .active = {13}, .active_count = 1, .state = 1}, "on");
+    expect_port(u, 7, {.message = 10, .index = 0, .type = 2, .triggers = {13}, .active = {13}, .active_count = 1, .state = 1},
+                "on");
     zel_gpio_deregister_handler("User LED 1");
-    expect_port(u, 7, {.message = 10, .index = 0, .type = 2, .triggers = {13}, .active = {13}, .active_count = 1}, "without its handler");
+    expect_port(u, 7, {.message = 10, .index = 0, .type = 2, .triggers = {13}, .active = {13}, .active_count = 1},
+                "without its handler");
 }
 
 TEST(a_button, shows_its_trigger_or_nothing)

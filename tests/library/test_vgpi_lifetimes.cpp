@@ -1,5 +1,5 @@
-// Names, addresses, records and sessions that virtual inputs hold on to, while their sources change, leave and return. What was on
-// its way from the other unit at that moment arrives late.
+// Names, addresses, records and sessions that virtual inputs hold on to, while their sources change, leave and return. What was
+// on its way from the other unit at that moment arrives late.
 #include <gtest/gtest.h>
 
 #include "child_process.h"
@@ -178,7 +178,8 @@ TEST(an_unreachable_source, chosen_again_in_any_way_stays)
     const change again[] = {
         {"by the tree", [](unit &u) { EXPECT_EQ(u.write("gpio/virtual/vgpio 1/vgpio source", near), 0); }},
         {"by the agent", [](unit &u) { u.deliver("snmp", 27, agent_request(0, 0, near)); }},
-        {"by the browser", [](unit &u) { u.request(grid, nullptr, "gpioType=virtual&gpioPort=0&newState=1&vgpoSrc=vGPO1%40Studio+2"); }},
+        {"by the browser",
+         [](unit &u) { u.request(grid, nullptr, "gpioType=virtual&gpioPort=0&newState=1&vgpoSrc=vGPO1%40Studio+2"); }},
         {"with the type, by the tree", [](unit &u) { EXPECT_EQ(u.write("gpio/virtual/vgpio 1/type", 1), 0); }},
         {"with the type, by the agent", [](unit &u) { u.deliver("snmp", 23, agent_request(0, 1, "")); }},
     };
@@ -284,8 +285,12 @@ const change turns[] = {
          remove(u, near);
          u.request(grid, nullptr, "gpioType=virtual&gpioPort=0,1,2&newState=1&vgpoSrc=-");
      }},
-    {"loses the link", [](unit &u) { if (!u.consumers().empty()) u.connected(u.consumers()[0], false); }},
-    {"chooses other sources", [](unit &u) { u.request(grid, nullptr, "gpioType=virtual&gpioPort=0,2&newState=1&vgpoSrc=vGPO2%40Studio+2"); }},
+    {"loses the link",
+     [](unit &u) {
+         if (!u.consumers().empty()) u.connected(u.consumers()[0], false);
+     }},
+    {"chooses other sources",
+     [](unit &u) { u.request(grid, nullptr, "gpioType=virtual&gpioPort=0,2&newState=1&vgpoSrc=vGPO2%40Studio+2"); }},
     {"makes outputs of the inputs", [](unit &u) { u.request(grid, nullptr, "gpioType=virtual&gpioPort=0,1,2&newState=2"); }},
     {"forgets the triggers", [](unit &) { zel_gpio_deregister_trigger("vGPI 1"), zel_gpio_deregister_trigger("vGPI 3"); }},
 };

@@ -1,5 +1,5 @@
-// Units that come, move and go at random while inputs choose among them at random. After every step: as many sessions as the inputs
-// hold between them, one for each address, and none of an input that has no source.
+// Units that come, move and go at random while inputs choose among them at random. After every step: as many sessions as the
+// inputs hold between them, one for each address, and none of an input that has no source.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -78,7 +78,11 @@ private:
         (void)u_.write("gpio/virtual/vgpio " + std::to_string(1 + any(inputs)) + "/vgpio source", source.c_str());
     }
 
-    void turn() { (void)u_.write("gpio/virtual/vgpio " + std::to_string(1 + any(inputs)) + "/type", any(4) == 0 ? static_cast<int>(any(3)) : 1); }
+    void turn()
+    {
+        (void)u_.write("gpio/virtual/vgpio " + std::to_string(1 + any(inputs)) + "/type",
+                       any(4) == 0 ? static_cast<int>(any(3)) : 1);
+    }
 
     int any_session()
     {

@@ -42,7 +42,8 @@ TEST_F(following, a_level_reaches_handlers_tree_trigger_and_agent_in_this_order)
         u.value(1, "/near/status", level[0] - '0');
         EXPECT_LINES(took(), std::string("callback Record source 1 state ") + level + " context 0",
                      std::string("ember set gpio/virtual/vgpio 1/status ") + level + " (8 bytes)",
-                     std::string("log 2 zel_gpio_notify_trigger_event: event 'vGPI 1' has ") + (level[0] == '1' ? "occurred" : "ended"),
+                     std::string("log 2 zel_gpio_notify_trigger_event: event 'vGPI 1' has ") +
+                         (level[0] == '1' ? "occurred" : "ended"),
                      "ipc snmp send 8 (696 bytes)");
         EXPECT_EQ(u.level(201), level[0] - '0');
         EXPECT_EQ(u.sent("snmp", 8).back().int_at(692), level[0] - '0');
@@ -79,7 +80,8 @@ TEST_F(following, a_source_that_is_no_output_any_more_ends_everything_in_this_or
 
 TEST_F(following, a_type_of_no_meaning_only_ends_the_count_of_empty_answers)
 {
-    for (const int64_t type : {int64_t{3}, int64_t{-1}, int64_t{0x100000000}, int64_t{0x100000001}, int64_t{0x100000002}, INT64_MIN, INT64_MAX}) {
+    for (const int64_t type :
+         {int64_t{3}, int64_t{-1}, int64_t{0x100000000}, int64_t{0x100000001}, int64_t{0x100000002}, INT64_MIN, INT64_MAX}) {
         u.value(1, "/near/status", 1);
         u.no_value(1, "/near/type");
         port(1).vgpo_src_valid = 1;
@@ -129,7 +131,8 @@ TEST_F(following, a_failed_request_after_an_empty_answer_counts_all_the_same)
     u.fail("consumer 1 get");
     for (int i = 0; i < 3; ++i) {
         u.no_value(1, "/near/type");
-        EXPECT_LINES(took(), "log 0 vgpo_type_cb: Value received is NULL - will retry fetch....", "consumer 1 get /near/type failed",
+        EXPECT_LINES(took(), "log 0 vgpo_type_cb: Value received is NULL - will retry fetch....",
+                     "consumer 1 get /near/type failed",
                      "log 0 vgpo_type_cb: Get vGPO type param failed (src addr = '10.0.0.2:9000')");
     }
     u.no_value(1, "/near/type");
@@ -254,7 +257,8 @@ TEST(a_source, whose_type_cannot_be_asked_for_is_followed_all_the_same)
     u.fail("consumer 1 get /near/type");
     resolve(u, near);
     EXPECT_LINES(fake::only(u.take(), {"consumer", "log 0"}), "consumer 1 connect 10.0.0.2:9000 (timeout 10)",
-                 "consumer 1 get /near/type failed", "log 0 connect_vgpi_to_vgpo: Get vGPO type param failed (src addr = '10.0.0.2:9000')",
+                 "consumer 1 get /near/type failed",
+                 "log 0 connect_vgpi_to_vgpo: Get vGPO type param failed (src addr = '10.0.0.2:9000')",
                  "consumer 1 get /near/status");
     EXPECT_EQ(port(0).vgpo_src_valid, 1);
     EXPECT_STREQ(port(0).vgpi_provider_addr, "10.0.0.2:9000");
@@ -301,9 +305,9 @@ TEST(a_session, is_made_by_the_lowest_follower_and_joined_by_the_others)
     u.take();
     resolve(u, near);
     const std::string found = "log 2 connect_vgpi_to_vgpo: Found existing vgpi_session for provider address: '10.0.0.2:9000'";
-    EXPECT_LINES(fake::without(u.take(), {"log 4", "ipc"}), "consumer 1 connect 10.0.0.2:9000 (timeout 10)", "consumer 1 get /near/type",
-                 "consumer 1 get /near/status", found, "consumer 1 get /near/type", "consumer 1 get /near/status", found,
-                 "consumer 1 get /near/type", "consumer 1 get /near/status");
+    EXPECT_LINES(fake::without(u.take(), {"log 4", "ipc"}), "consumer 1 connect 10.0.0.2:9000 (timeout 10)",
+                 "consumer 1 get /near/type", "consumer 1 get /near/status", found, "consumer 1 get /near/type",
+                 "consumer 1 get /near/status", found, "consumer 1 get /near/type", "consumer 1 get /near/status");
     EXPECT_EQ(u.consumer_user_data(1), &port(0));
     EXPECT_EQ(u.requests(1).size(), 2u);
 }
@@ -315,8 +319,11 @@ TEST(a_session, ends_with_its_last_user_and_callbacks_with_the_last_of_their_sou
     ASSERT_EQ(u.start(), 0);
     resolve(u, near);
     resolve(u, beside, "10.0.0.2", 9000, "path=/beside");
-    const std::pair<int, fake::lines> steps[] = {
-        {0, {}}, {0, {}}, {2, {"consumer 1 clear /near/type", "consumer 1 clear /near/status"}}, {1, {"consumer 1 end"}}, {1, {}}};
+    const std::pair<int, fake::lines> steps[] = {{0, {}},
+                                                 {0, {}},
+                                                 {2, {"consumer 1 clear /near/type", "consumer 1 clear /near/status"}},
+                                                 {1, {"consumer 1 end"}},
+                                                 {1, {}}};
     for (const auto &[input, expected] : steps) {
         u.take();
         zel::close_vgpi_session(input);
@@ -366,8 +373,10 @@ TEST(a_source, is_let_go_only_when_unreachable_and_wanted_by_no_port_at_all)
     u.forget_sent();
     EXPECT_EQ(zel::disconnect_vgpi_from_vgpo(near, 1), 0);
     EXPECT_LINES(u.take(),
-                 "log 2 disconnect_vgpi_from_vgpo: Removing vgpo_src '" + source + "' from the list as it is no longer discoverable or selected",
-                 "ember remove gpio/vgpio sources/v-0", "ipc snmp send 14 (68 bytes)", "log 2 remove_vgpo: Removing vgpo '" + source + "'");
+                 "log 2 disconnect_vgpi_from_vgpo: Removing vgpo_src '" + source +
+                     "' from the list as it is no longer discoverable or selected",
+                 "ember remove gpio/vgpio sources/v-0", "ipc snmp send 14 (68 bytes)",
+                 "log 2 remove_vgpo: Removing vgpo '" + source + "'");
     EXPECT_EQ(u.sent("snmp", 14).at(0).payload, fake::bytes(68)) << "number 0 and no name";
     EXPECT_EQ(zel::disconnect_vgpi_from_vgpo(near, 1), 0) << "no longer there";
     EXPECT_TRUE(u.take().empty());

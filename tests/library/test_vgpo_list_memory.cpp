@@ -76,7 +76,8 @@ TEST_P(any_place, can_be_removed_from)
     EXPECT_EQ(list.count, 3u);
 }
 
-INSTANTIATE_TEST_SUITE_P(of_three, any_place, testing::Values(removal{"a", "1b 2c."}, removal{"b", "0a 2c."}, removal{"c", "0a 1b."}),
+INSTANTIATE_TEST_SUITE_P(of_three, any_place,
+                         testing::Values(removal{"a", "1b 2c."}, removal{"b", "0a 2c."}, removal{"c", "0a 1b."}),
                          [](const auto &place) { return std::string(place.param.name); });
 
 TEST_F(listed, the_only_record_leaves_three_words_of_zero)

@@ -19,7 +19,11 @@ void put_int(bytes &record, size_t at, int32_t value) { std::memcpy(&record[at],
 /// One physical port before the virtual ones; the first of these is an output.
 unit &one_output(unit &u)
 {
-    return u.gpis(1).virtuals(2).set("virtual/vgpio_0/type", 2).set("virtual/vgpio_0/trigger", "").set("virtual/vgpio_0/invert_trigger", "");
+    return u.gpis(1)
+        .virtuals(2)
+        .set("virtual/vgpio_0/type", 2)
+        .set("virtual/vgpio_0/trigger", "")
+        .set("virtual/vgpio_0/invert_trigger", "");
 }
 
 TEST(the_lookup, is_1084_bytes_that_are_zero_but_for_interface_and_type)
@@ -104,7 +108,9 @@ struct long_path {
 
 TEST(the_path, may_be_as_long_as_its_field)
 {
-    for (const long_path &c : {long_path{1000, nullptr}, {1016, nullptr}, {1017, "0 get_vgpo_strlist: Ran out of space for strlist"},
+    for (const long_path &c : {long_path{1000, nullptr},
+                               {1016, nullptr},
+                               {1017, "0 get_vgpo_strlist: Ran out of space for strlist"},
                                {1023, "0 get_vgpo_strlist: Ran out of space for strlist"},
                                {1024, "0 get_vgpo_strlist: Failed to get path for gpio index 1"},
                                {3000, "0 get_vgpo_strlist: Failed to get path for gpio index 1"}}) {
@@ -158,7 +164,8 @@ TEST(the_service_name, and_the_path_exist_for_virtual_outputs_only)
         u.take();
         EXPECT_EQ(zel::get_vgpo_service_name(index, text, sizeof text), -1);
         EXPECT_EQ(zel::get_vgpo_strlist(index, text, sizeof text), -1);
-        const std::string message = ": Gpio at index " + std::to_string(index) + " is invalid (either not virtual or not an output)";
+        const std::string message =
+            ": Gpio at index " + std::to_string(index) + " is invalid (either not virtual or not an output)";
         EXPECT_LINES(u.take(), "log 0 get_vgpo_service_name" + message, "log 0 get_vgpo_strlist" + message);
     }
     EXPECT_EQ(zel::get_vgpo_strlist(1, text, sizeof text), 0);
