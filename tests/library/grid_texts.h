@@ -9,8 +9,8 @@ namespace grid_texts {
 inline std::string connection(const char *from, int from_id, const char *to, int to_id, int invert, const char *allow, int state)
 {
     const auto truth = [](int value) { return value != 0 ? "true" : "false"; };
-    std::string text = std::string("{\"input_class\":\"") + from + "\",\"input_id\":" + std::to_string(from_id) + ",\"output_class\":\"" +
-                       to + "\",\"output_id\":" + std::to_string(to_id) + ",\"invert\":" + truth(invert);
+    std::string text = std::string("{\"input_class\":\"") + from + "\",\"input_id\":" + std::to_string(from_id) +
+                       ",\"output_class\":\"" + to + "\",\"output_id\":" + std::to_string(to_id) + ",\"invert\":" + truth(invert);
     if (allow != nullptr) text += std::string(",\"allow_invert\":") + allow;
     return text + ",\"state\":" + truth(state) + "}";
 }
