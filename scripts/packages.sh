@@ -3,15 +3,15 @@
 say() { printf '== %s\n' "$*"; }
 
 declare -A packages=(
-    [build]="g++ cmake ninja-build libjansson-dev pkg-config libmicrohttpd-dev zlib1g-dev libcrypt-dev libavahi-core-dev"
-    [test]="libgtest-dev googletest iproute2 binutils clang jq"
+    [build]="g++ cmake ninja-build libjansson-dev pkg-config libmicrohttpd-dev zlib1g-dev libcrypt-dev libavahi-core-dev libsnmp-dev"
+    [test]="libgtest-dev googletest iproute2 binutils clang jq snmp snmpd snmptrapd"
     [arm]="g++-arm-linux-gnueabihf qemu-user googletest"
     [kernel]="qemu-system-arm cpio python3"
     [coverage]="gcovr"
     [bench]="rapidjson-dev valgrind nginx-light wrk"
     [fuzz]="clang libclang-rt-14-dev"
     [lint]="clang clang-tidy cppcheck"
-    [node]="nodejs npm"
+    [node]="nodejs npm smitools"
 )
 
 is_installed() { [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]; }
