@@ -276,6 +276,20 @@ private:
     bool closed_ = false;
 };
 
+// The contents of every frame in a stream, checksum included: taken apart here, not by what is tested.
+inline std::vector<bytes> frames_in(std::span<const uint8_t> stream)
+{
+    std::vector<bytes> out;
+    for (size_t i = 0; i < stream.size(); ++i) {
+        EXPECT_EQ(stream[i], 0xFE);
+        bytes content;
+        while (++i < stream.size() && stream[i] != 0xFF)
+            content.push_back(stream[i] == 0xFD ? stream[++i] ^ 0x20 : stream[i]);
+        out.push_back(content);
+    }
+    return out;
+}
+
 // Frames as peers emit them.
 namespace peer_frames {
 inline const bytes root_directory_sofie =
@@ -322,6 +336,11 @@ inline const bytes indefinite_second =
              "00 00 00 00 a1 c1 ff");
 inline const bytes keep_alive_request = from_hex("fe 00 0e 01 01 94 e4 ff");
 inline const bytes keep_alive_response = from_hex("fe 00 0e 02 01 fd dc ce ff");
+
+inline const std::vector<bytes> of_definite_lengths{root_directory_sofie, root_directory_nep, root_reply, nested_directory,
+                                                    node_reply, childless_reply, enumeration_reply, directory_with_value,
+                                                    nested_set, whole_set, notice_boolean, notice_integer};
+inline const std::vector<bytes> others{indefinite_first, indefinite_second, keep_alive_request, keep_alive_response};
 }  // namespace peer_frames
 
 inline bytes operator+(bytes left, const bytes &right)

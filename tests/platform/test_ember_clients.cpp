@@ -247,6 +247,28 @@ TEST_F(ember_clients, broken_messages_and_noise_are_ignored_and_nothing_of_them_
     EXPECT_EQ(answer(peer, build::get_directory({1})).size(), 2u);
 }
 
+// The provider's end of a connection is in this process too.
+TEST_F(ember_clients, frames_do_not_wait_for_acknowledgements_of_earlier_ones)
+{
+    auto peer = connected();
+    settle(peer);
+    sockaddr_in own{}, other{};
+    socklen_t length = sizeof(own);
+    ASSERT_EQ(getsockname(peer.fd(), reinterpret_cast<sockaddr *>(&own), &length), 0);
+    int found = 0;
+    for (int fd = 3; fd < 256; ++fd) {
+        length = sizeof(other);
+        if (getpeername(fd, reinterpret_cast<sockaddr *>(&other), &length) != 0 || other.sin_port != own.sin_port)
+            continue;
+        int no_delay = 0;
+        length = sizeof(no_delay);
+        EXPECT_EQ(getsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &no_delay, &length), 0);
+        EXPECT_EQ(no_delay, 1);
+        ++found;
+    }
+    EXPECT_EQ(found, 1);
+}
+
 TEST_F(ember_clients, sixty_four_that_never_read_and_sixty_four_that_dribble_do_not_disturb_the_next)
 {
     add_large();
@@ -271,6 +293,8 @@ TEST_F(ember_clients, sixty_four_that_never_read_and_sixty_four_that_dribble_do_
         EXPECT_EQ(heard(watcher), lines{status_path + (value ? " value=true" : " value=false") + " type=4"});
     }
     EXPECT_EQ(provider().client_count(), 130u);
+    for (auto &peer : deaf)
+        EXPECT_LT(peer.messages().size(), 150u) << "all of it has found room on the way: nothing was in anybody's way";
 }
 
 TEST_F(ember_clients, more_clients_than_there_is_room_for_are_turned_away)

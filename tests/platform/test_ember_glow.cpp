@@ -12,6 +12,23 @@ const std::string entries = "disabled\ninput\noutput";
 
 lines read_hex(std::string_view text) { return reader::read(from_hex(text)); }
 
+// Reads a container and writes what was read, with lengths of our own.
+void copy_container(ber::reader &from, bytes &to)
+{
+    ber::item found;
+    while (from.next(found)) {
+        bytes contents = copy_of(found.contents);
+        if (found.is_constructed() && from.enter()) {
+            copy_container(from, contents);
+            from.leave();
+        }
+        ber::writer w;
+        w.bytes(contents);
+        w.header(found.tag, 0);
+        to = to + copy_of(w.message());
+    }
+}
+
 }  // namespace
 
 TEST(ember_glow, requests_of_peers_for_the_root_directory_are_understood)
@@ -27,6 +44,18 @@ TEST(ember_glow, replies_of_peers_are_understood)
     EXPECT_EQ(said_in(peer_frames::childless_reply), lines{"node 1.1.6"});
     EXPECT_EQ(said_in(peer_frames::enumeration_reply),
               lines{"parameter 1.1.1.1.1 id=type value=0 access=3 entries=" + entries + " type=6"});
+}
+
+TEST(ember_glow, messages_of_peers_are_read_and_written_again_byte_for_byte)
+{
+    for (const bytes &frame : peer_frames::of_definite_lengths) {
+        const bytes message = messages_in(frame).at(0);
+        ber::reader reader(message);
+        bytes copy;
+        copy_container(reader, copy);
+        EXPECT_FALSE(reader.failed());
+        EXPECT_EQ(to_hex(copy), to_hex(message));
+    }
 }
 
 TEST(ember_glow, a_nested_request_names_every_node_on_the_way)

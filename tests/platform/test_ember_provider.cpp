@@ -70,6 +70,50 @@ TEST_F(ember_provider, answers_a_parameter_with_full_contents_and_no_children_an
     EXPECT_EQ(calls_, lines{});
 }
 
+TEST_F(ember_provider, answers_a_parameter_as_other_implementations_do)
+{
+    auto peer = connected();
+    peer.write(peer_frames::directory_with_value);
+    settle(peer);
+    ASSERT_EQ(peer.messages().size(), 1u);
+    EXPECT_EQ(to_hex(peer.messages()[0]), to_hex(messages_in(peer_frames::enumeration_reply).at(0)));
+}
+
+TEST_F(ember_provider, every_frame_it_sends_is_one_that_every_peer_takes)
+{
+    set_text(functions_, std::string(5000, '\xC3') + "\xFE\xFF");
+    auto peer = connected();
+    for (const auto &where : {build::get_directory({}), build::get_directory({1, 1, 1, 1}), build::get_directory({1, 1, 6}),
+                              build::get_directory({9}), build::set_integer({1, 1, 1, 1, 1}, 2)})
+        peer.send(where);
+    settle(peer);
+    fake_now += 10000;                                  // it asks for a sign of life
+    zel_ember_process_fds(session_, nullptr);
+    settle(peer);
+    const auto frames = frames_in(peer.stream());
+    EXPECT_GE(frames.size(), 12u);
+    for (const bytes &frame : frames) {
+        ASSERT_GE(frame.size(), 6u);
+        EXPECT_EQ(ember::s101::checksum(0xFFFF, frame), 0xF0B8);
+        EXPECT_EQ(to_hex(std::span(frame).first(2)) + " " + to_hex(std::span(frame).subspan(3, 1)), "00 0e 01");
+        EXPECT_LE(frame[2], 2);                          // never the provider's state, which a common consumer stumbles over
+        EXPECT_LE(frame.size(), 9u + 1000 + 2);          // small peers lose what is longer
+    }
+}
+
+TEST_F(ember_provider, goes_on_answering_a_consumer_that_asks_without_end)
+{
+    auto peer = connected();
+    size_t answers = 0;
+    const bytes request = framed(build::get_directory({1, 1, 6})) + framed(build::get_directory({1, 1, 1, 1, 7}));
+    for (int round = 0; round < 100; ++round) {
+        for (int i = 0; i < 25; ++i)
+            peer.write(request);
+        answers += heard(peer).size();
+    }
+    EXPECT_EQ(answers, 5000u);
+}
+
 TEST_F(ember_provider, goes_by_the_path_when_a_parameter_is_asked_as_a_node_and_the_reverse)
 {
     auto peer = connected();
@@ -204,6 +248,20 @@ TEST_F(ember_provider, tells_every_subscriber_once_and_the_writer_too)
     EXPECT_EQ(heard(by_parent), expected);
     EXPECT_EQ(heard(by_parameter), expected);
     EXPECT_EQ(heard(stranger), lines{});
+}
+
+TEST_F(ember_provider, a_notice_is_the_path_the_value_and_the_type_and_nothing_else)
+{
+    auto peer = connected();
+    look(peer, {1, 1, 1, 1});
+    set_integer(status_, 0);
+    set_integer(type_, 2);
+    settle(peer);
+    ASSERT_EQ(peer.messages().size(), 2u);
+    EXPECT_EQ(to_hex(peer.messages()[0]),
+              "60 1d 6b 1b a0 19 69 17 a0 07 0d 05 01 01 01 01 07 a1 0c 31 0a a2 03 01 01 00 ad 03 02 01 04");
+    EXPECT_EQ(to_hex(peer.messages()[1]),
+              "60 1d 6b 1b a0 19 69 17 a0 07 0d 05 01 01 01 01 01 a1 0c 31 0a a2 03 02 01 02 ad 03 02 01 06");
 }
 
 TEST_F(ember_provider, tells_the_value_that_stands_after_the_callback)
