@@ -6,7 +6,7 @@ const executable = '/usr/bin/chromium';
 
 // No name is looked up: the browser would ask for its maker's hosts.
 export function launch() {
-    return chromium.launch({executablePath: executable, headless: true, args: ['--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE 127.0.0.1']});
+    return chromium.launch({executablePath: executable, headless: true, args: ['--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE 127.0.0.1, EXCLUDE 127.0.0.2, EXCLUDE 127.0.0.3']});
 }
 
 // Everything that any page complains about, over all parts.
@@ -60,5 +60,7 @@ export async function no_refusal(page) {
 }
 
 export const dialog = (page) => page.locator('dialog[open]').last();
+// A radio button of the dialog by the word it begins with; what it means follows.
+export const option = (page, word) => dialog(page).getByRole('radio', {name: new RegExp(`^${word}`)});
 export const dialog_closes = (page) => page.waitForFunction(() => document.querySelector('dialog[open]') === null);
 export const active_label = (page) => page.evaluate(() => document.activeElement?.getAttribute('aria-label') ?? document.activeElement?.id ?? '');

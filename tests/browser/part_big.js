@@ -96,6 +96,7 @@ export async function big({browser, programs}) {
         await page.keyboard.press('/');
         await page.keyboard.type('event 113');
         await until(async () => await page.locator('[role=rowheader]').count() === 1, 'one row');
+        await page.locator('#filter_outputs').fill('handler 87');
         await cell(page, 'Event 113', 'Handler 87').waitFor();
         await cell_says(page, 'Event 113', 'Handler 87', 'connected, off');
     });

@@ -1,6 +1,6 @@
 // Putting items on the grid and taking them off, and what ports are.
 import {check, equal, expect, set_up, small_unit, Unit, until} from './support.js';
-import {cell, cell_says, column, dialog, dialog_closes, header_says, message_says, open_page, row} from './pages.js';
+import {cell, cell_says, column, dialog, dialog_closes, header_says, message_says, open_page, option, row} from './pages.js';
 
 const choice = (page, name) => dialog(page).getByRole('checkbox', {name, exact: true});
 
@@ -20,18 +20,18 @@ export async function items({browser, programs}) {
 
     await set_up(unit);
 
-    await check('several ports are added at once with their mode', async () => {
+    await check('several ports are added at once, with the mode that is chosen for those that have a choice', async () => {
         await row(page, 'Physical Port 1').waitFor();
         await page.locator('#add_input').click();
-        await choice(page, 'Physical Port 5').check();
-        await choice(page, 'User Button 1').check();
-        await dialog(page).getByRole('radio', {name: 'Latching'}).check();
-        await dialog(page).getByRole('button', {name: 'Add 2 inputs'}).click();
+        for (const name of ['Physical Port 5', 'User Button 1', 'Cough Port 2']) await choice(page, name).check();
+        await option(page, 'Latching').check();
+        await dialog(page).getByRole('button', {name: 'Add 3 inputs'}).click();
         await dialog_closes(page);
         await header_says(row(page, 'Physical Port 5'), 'Latching, off');
         await header_says(row(page, 'User Button 1'), 'Latching, off');
-        const modes = (await unit.grid()).inputs.filter((item) => ['Physical Port 5', 'User Button 1'].includes(item.name)).map((item) => item.input_mode);
-        equal(modes, [0, 0], 'input modes');
+        await header_says(row(page, 'Cough Port 2'), 'Momentary, off');
+        const modes = (await unit.grid()).inputs.filter((item) => ['Physical Port 5', 'Cough Port 2', 'User Button 1'].includes(item.name)).map((item) => item.input_mode);
+        equal(modes, [0, 1, 0], 'input modes');
     });
 
     await check('relays, LEDs and virtual ports are added as outputs; cough ports and buttons are not offered', async () => {
@@ -50,7 +50,7 @@ export async function items({browser, programs}) {
 
     await check('an input becomes momentary', async () => {
         await row(page, 'Physical Port 5').click();
-        await dialog(page).getByRole('radio', {name: 'Momentary'}).check();
+        await option(page, 'Momentary').check();
         await dialog(page).getByRole('button', {name: 'Apply'}).click();
         await dialog_closes(page);
         await header_says(row(page, 'Physical Port 5'), 'Momentary, off');
@@ -66,7 +66,7 @@ export async function items({browser, programs}) {
         await page.keyboard.press('i');
         await cell_says(page, 'Physical Port 1', 'Relay 1', 'connected, inverted, on');
         await row(page, 'Physical Port 1').click();
-        await dialog(page).getByRole('radio', {name: 'Output'}).check();
+        await option(page, 'Output').check();
         await dialog(page).getByRole('button', {name: 'Apply and remove 2 connections'}).click();
         await dialog_closes(page);
         await column(page, 'Physical Port 1').waitFor();
@@ -85,7 +85,7 @@ export async function items({browser, programs}) {
         await unit.control('event', 'On Air', 'on');
         await cell_says(page, 'On Air', 'Relay 2', 'connected, on');
         await column(page, 'Physical Port 4').click();
-        await dialog(page).getByRole('radio', {name: 'Input'}).check();
+        await option(page, 'Input').check();
         await dialog(page).getByRole('button', {name: 'Apply and remove 1 connection'}).click();
         await dialog_closes(page);
         await row(page, 'Physical Port 4').waitFor();
@@ -102,7 +102,7 @@ export async function items({browser, programs}) {
         await dialog_closes(page);
         await row(page, 'Cough Port 1').click();
         await dialog(page).getByText('A cough port is always an input.').waitFor();
-        equal(await dialog(page).getByRole('radio', {name: 'Output'}).count(), 0, 'offers of an output');
+        equal(await option(page, 'Output').count(), 0, 'offers of an output');
         await page.keyboard.press('Escape');
         await dialog_closes(page);
     });
@@ -156,7 +156,7 @@ export async function items({browser, programs}) {
         const refuse = (route) => (route.request().method() === 'POST' ? route.fulfill({status: 501, body: '{}'}) : route.continue());
         await page.route('**/cgi/gpioGrid.cgi**', refuse);
         await row(page, 'Physical Port 5').click();
-        await dialog(page).getByRole('radio', {name: 'Output'}).check();
+        await option(page, 'Output').check();
         await dialog(page).getByRole('button', {name: 'Apply'}).click();
         await dialog(page).getByText('The unit could not make Physical Port 5 an output').waitFor();
         await page.unroute('**/cgi/gpioGrid.cgi**', refuse);

@@ -1,6 +1,6 @@
 // Everything by keyboard alone: one tab stop in the grid, arrows within it.
 import {check, equal, expect, set_up, small_unit, Unit, until} from './support.js';
-import {active_label, cell_says, column, dialog, dialog_closes, open_page, row} from './pages.js';
+import {active_label, cell_says, column, dialog, dialog_closes, open_page, option, row} from './pages.js';
 
 export async function keyboard({browser, programs}) {
     const unit = await new Unit(programs, small_unit).start();
@@ -93,7 +93,7 @@ export async function keyboard({browser, programs}) {
         await keys('Home', 'ArrowLeft');
         await at('Physical Port 3, ');
         await keys('Enter');
-        await dialog(page).getByRole('radio', {name: 'Output'}).waitFor();
+        await option(page, 'Output').waitFor();
         await until(async () => await page.evaluate(() => document.activeElement.type === 'radio'), 'the focus on the direction');
         await keys('ArrowDown', 'Enter');
         await dialog_closes(page);

@@ -74,7 +74,7 @@ export async function live({browser, programs}) {
         await unit.control('event', 'On Air', 'on');
         await header_says(row(page, 'On Air'), 'event, on');
         release();
-        await page.unroute('**/cgi/gpioGrid.cgi?grid*', hold);
+        await page.unrouteAll({behavior: 'wait'});
         await cell_says(page, 'On Air', 'Relay 1', 'connected, on');
         await header_says(row(page, 'On Air'), 'event, on');
     });

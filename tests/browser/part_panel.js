@@ -27,7 +27,7 @@ export async function panel({browser, programs}) {
     await unit.control('connect', 'GPI 1', 'Relay 1');
     await unit.control('connect', 'GPI 1', 'Record');
     await unit.control('connect', 'GPI 2', 'GPO 4');
-    await unit.control('set-port', 'User Button 1', 'input', '--mode', 'momentary');
+    await unit.control('set-port', 'User Button 1', 'input');
     await unit.control('set-port', 'User LED 1', 'output');
     await unit.control('connect', 'User Button 1', 'User LED 1');
     const page = await open_page(browser, `${unit.url}/panel.html`);

@@ -50,7 +50,7 @@ async function free_port(address) {
 }
 
 const pins = (count, coughs) => Array.from({length: count + coughs}, (_, i) => (
-    i < count ? {in_pin: i + 1, in_active_low: true, out_pin: i + 101} : {in_pin: i + 1, in_active_low: true, cough: true}));
+    i < count ? {in_pin: i + 1, out_pin: i + 101} : {in_pin: i + 1, cough: true}));
 
 // Six ports, two cough ports, four relays, four virtual ports, two buttons; nothing is on the grid but Record, Play and On Air.
 export const small_unit = {

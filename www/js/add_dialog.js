@@ -5,7 +5,7 @@ import {counted, make} from './dom.js';
 import {open_dialog, radio_value} from './dialogs.js';
 import {mode_choice, source_choice} from './item_dialog.js';
 import {input_groups, is_port, item_from, output_groups} from './model.js';
-import {can_be_input, can_be_output, has_mode, is_virtual} from './words.js';
+import {can_be_input, can_be_output, can_choose_mode, is_virtual} from './words.js';
 
 const sides = {
     input: {kind: 0, events: 'triggers', groups: input_groups, fits: can_be_input},
@@ -67,7 +67,7 @@ class AddDialog {
             content: [this.search, this.list],
             pinned: [this.mode, this.source],
             actions: [{text: 'Add', kind: 'main', run: () => this.add()}],
-            on_close: () => this.page.return_focus(),
+            on_close: () => this.leave(),
         });
         this.frame.dialog.addEventListener('change', () => this.adapt());
         this.adapt();
@@ -87,7 +87,7 @@ class AddDialog {
     adapt() {
         const chosen = this.chosen();
         const inputs = this.side === 'input' ? chosen.filter(is_port) : [];
-        this.mode.hidden = !inputs.some(has_mode);
+        this.mode.hidden = !inputs.some(can_choose_mode);
         this.source.hidden = !inputs.some(is_virtual);
         const button = this.frame.button(0);
         button.textContent = chosen.length === 0 ? 'Add' : `Add ${counted(chosen.length, this.side)}`;
@@ -115,7 +115,12 @@ class AddDialog {
             still_so: () => placed.every(untouched),
             undo: () => place_items(store, placed, off_grid),
         });
-        this.page.reveal(placed[0].key);
+        this.first_placed = placed[0].key;
+    }
+
+    leave() {
+        if (this.first_placed === undefined) this.page.return_focus();
+        else this.page.reveal(this.first_placed);
     }
 }
 

@@ -2,7 +2,7 @@
 // Every change resolves to null, or to the reason in the operator's words.
 import {post_connection, post_item} from './api.js';
 import {connection_key, is_port} from './model.js';
-import {has_mode, has_source, is_virtual, modes, pair} from './words.js';
+import {can_choose_mode, has_mode, has_source, is_virtual, modes, pair, usual_mode} from './words.js';
 
 const same_connection = (a, b) => (a === undefined || b === undefined ? a === b : a.invert === b.invert);
 
@@ -53,10 +53,12 @@ const states = {input: 1, output: 2};
 function placing_form(item, placement) {
     const form = {gpioType: item.class, gpioPort: item.id, newState: states[placement.side] ?? 0};
     if (item.class === 'event' && placement.side === null && item.side === 'input') form.gpioInMode = 0;
-    if (is_port(item) && placement.side === 'input' && has_mode(item)) form.gpioInMode = placement.mode ?? 0;
+    if (is_port(item) && placement.side === 'input' && has_mode(item)) form.gpioInMode = mode_for(item, placement);
     if (is_port(item) && placement.side === 'input' && is_virtual(item)) form.vgpoSrc = placement.source ?? '-';
     return form;
 }
+
+const mode_for = (item, placement) => (can_choose_mode(item) ? placement.mode : undefined) ?? usual_mode(item);
 
 // A port is turned round by way of "disabled": that takes its connections with it, and lets go of the events that drove it without
 // ending them for everybody else.
@@ -95,7 +97,7 @@ function why_not_placed(model, item, placement) {
     const now = placement_of(model, item.key);
     if (now.side !== placement.side) return why_not_there(item, placement);
     if (placement.side !== 'input') return null;
-    if (has_mode(item) && now.mode !== placement.mode) return `The unit did not make ${item.name} ${modes[placement.mode].toLowerCase()}.`;
+    if (can_choose_mode(item) && now.mode !== placement.mode) return `The unit did not make ${item.name} ${modes[placement.mode].toLowerCase()}.`;
     if (is_virtual(item) && now.source !== placement.source) return `${item.name} did not get the source ${placement.source}: it is no longer offered on the network.`;
     return null;
 }

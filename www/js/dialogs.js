@@ -12,14 +12,15 @@ export function open_dialog({title, content, pinned = [], actions, close_text = 
     const dialog = make('dialog', {'aria-labelledby': title_id}, make('header', {}, make('h2', {id: title_id}, title)));
     const footer = make('footer', {});
     const buttons = actions.map((action) => action_button(dialog, action, refusal));
-    const main = buttons.findIndex((_, i) => actions[i].kind === 'main');
     footer.append(...buttons.filter((_, i) => actions[i].left), close, ...buttons.filter((_, i) => !actions[i].left));
-    const form = make('form', {novalidate: true}, make('div', {class: 'content'}, ...content),
-        make('div', {class: 'pinned'}, ...pinned, refusal), footer);
-    form.addEventListener('submit', (event) => {
-        event.preventDefault();
-        if (main >= 0) buttons[main].click();
-    });
+    const body = make('div', {class: 'content'}, ...content);
+    const form = make('form', {novalidate: true}, body, make('div', {class: 'pinned'}, ...pinned, refusal), footer);
+    // Content without fields can be scrolled by keyboard all the same; the focus begins at the harmless button then.
+    if (body.querySelector('input, select, button') === null) {
+        body.tabIndex = 0;
+        close.autofocus = true;
+    }
+    form.addEventListener('submit', (event) => event.preventDefault());
     dialog.append(form);
     close.addEventListener('click', () => dialog.close());
     dialog.addEventListener('close', () => {
@@ -32,7 +33,8 @@ export function open_dialog({title, content, pinned = [], actions, close_text = 
 }
 
 function action_button(dialog, {text, kind = '', left = false, run}, refusal) {
-    const button = make('button', {type: 'button', class: `${kind}${left ? ' left' : ''}`}, text);
+    // Enter in a field chooses the first button that submits.
+    const button = make('button', {type: kind === 'main' ? 'submit' : 'button', class: `${kind}${left ? ' left' : ''}`}, text);
     button.addEventListener('click', async () => {
         button.disabled = true;
         refusal.textContent = '';

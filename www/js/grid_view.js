@@ -13,6 +13,7 @@ export class GridView {
         this.calls = calls;
         this.rows = new Map();
         this.columns = new Map();
+        this.lines = new Map();
         this.active = {row: 0, column: 0};
         this.pending = new Set();
         this.build();
@@ -29,7 +30,9 @@ export class GridView {
         this.row_groups = make('div', {class: 'row_groups', 'aria-hidden': 'true'});
         this.row_band = make('div', {class: 'band', 'aria-hidden': 'true', hidden: true});
         this.column_band = make('div', {class: 'band', 'aria-hidden': 'true', hidden: true});
-        this.body = make('div', {class: 'body', role: 'rowgroup'}, this.row_groups, this.row_band, this.column_band);
+        this.line_start = make('div', {hidden: true});
+        const lines = make('div', {'aria-hidden': 'true'}, this.line_start);
+        this.body = make('div', {class: 'body', role: 'rowgroup'}, lines, this.row_groups, this.row_band, this.column_band);
         this.canvas.append(this.head, this.body);
         this.root.append(this.canvas);
     }
@@ -98,9 +101,8 @@ export class GridView {
     forget_drawn() {
         const focused = this.has_focus();
         for (const row of this.rows.values()) row.element.remove();
-        for (const column of this.columns.values()) column.remove();
-        this.rows.clear();
-        this.columns.clear();
+        for (const element of [...this.columns.values(), ...this.lines.values()]) element.remove();
+        for (const drawn of [this.rows, this.columns, this.lines]) drawn.clear();
         this.drawn = '';
         this.refocus = focused;
     }
@@ -129,6 +131,7 @@ export class GridView {
         if (drawing === this.drawn) return;
         this.drawn = drawing;
         arrange(this.corner, this.columns, columns, (place) => this.make_column(place));
+        arrange(this.line_start, this.lines, columns, (place) => this.make_line(place));
         const elements = new Map([...this.rows].map(([place, row]) => [place, row.element]));
         arrange(this.column_band, elements, rows, (place) => this.make_row(place));
         for (const place of this.rows.keys()) if (!elements.has(place)) this.rows.delete(place);
@@ -151,6 +154,13 @@ export class GridView {
         element.place = {row: -1, column: place};
         this.fill_header(element, this.outputs[place]);
         return element;
+    }
+
+    // The line at a column's right edge.
+    make_line(place) {
+        const line = make('div', {class: 'line'});
+        line.style.left = `${this.sizes.row_head + this.across.offsets[place] + this.sizes.cell - 1}px`;
+        return line;
     }
 
     make_row(place) {

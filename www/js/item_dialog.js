@@ -3,7 +3,7 @@ import {place_items, off_grid, placement_of, restore, snapshot} from './changes.
 import {counted, make} from './dom.js';
 import {ask, open_dialog, radio, radio_value} from './dialogs.js';
 import {is_port} from './model.js';
-import {can_be_input, can_be_output, has_mode, is_virtual, has_source, item_facts, mode_help, modes, pair} from './words.js';
+import {can_be_input, can_be_output, can_choose_mode, has_source, is_virtual, item_facts, mode_help, modes, pair, usual_mode} from './words.js';
 
 const most_listed = 6;
 
@@ -48,7 +48,7 @@ class ItemDialog {
     open() {
         const {item} = this;
         this.direction = direction_choice(item);
-        this.mode = has_mode(item) ? mode_choice(item.mode ?? 0) : null;
+        this.mode = can_choose_mode(item) ? mode_choice(item.mode ?? usual_mode(item)) : null;
         this.source = is_virtual(item) ? source_choice(this.page.store.model.sources, has_source(item) ? item.source : '-') : null;
         this.loss = make('p', {class: 'hint'});
         const content = [make('p', {}, `Now: ${item_facts(item)}`), this.direction, this.mode, this.source, this.connections(), this.loss];

@@ -4,7 +4,11 @@ import {is_port} from './model.js';
 export const modes = ['Latching', 'Momentary'];
 export const mode_help = ['each press turns it over', 'on only while it is held'];
 
-export const has_mode = (item) => ['physical', 'cough', 'user_button'].includes(item.class);
+// Of these only a physical port keeps a mode of its own: a user button always latches, a cough port never does.
+const usual_modes = {physical: 1, cough: 1, user_button: 0};
+export const has_mode = (item) => item.class in usual_modes;
+export const can_choose_mode = (item) => item.class === 'physical';
+export const usual_mode = (item) => usual_modes[item.class];
 export const is_virtual = (item) => item.class === 'virtual';
 // A cough port and a user button only listen, an LED only shows.
 export const can_be_input = (item) => is_port(item) && item.class !== 'user_led';
