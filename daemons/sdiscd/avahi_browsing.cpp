@@ -7,12 +7,14 @@
 #include <avahi-common/error.h>
 #include <avahi-common/strlst.h>
 
+#include <algorithm>
 #include <new>
 
 namespace zel::sdiscd {
 namespace {
 
 constexpr size_t most_txt_bytes = 1024;   // a client's field holds no more
+constexpr int64_t ask_ms = 300'000, ask_quickly_ms = 15'000, missing_ms = 3'600'000;
 
 std::vector<std::string> strings_of(AvahiStringList *list)
 {
@@ -66,12 +68,33 @@ void avahi_dnssd::refresh_browser(browse_node &node)
     if (node.begun) note({event::kind::anew, node.number});
     node.index = index;
     node.begun = true;
+    const int64_t now = now_ms();
+    node.ask_again_ms = now + (now < node.missing_until_ms ? ask_quickly_ms : ask_ms);
     node.browser.reset(avahi_s_service_browser_new(server_.get(), index, AVAHI_PROTO_INET, node.what.type.c_str(), "local",
                                                    static_cast<AvahiLookupFlags>(0), on_browse, &node));
     if (node.browser) return;
     log_message(0, "%s: Services cannot be looked for on %s: %s; starting the responder anew\n", __func__,
                 node.what.interface.c_str(), avahi_strerror(avahi_server_errno(server_.get())));
     failed_ = true;
+}
+
+// A browser asks ever more rarely, at last once an hour. A unit behind a switch that had failed for longer than its records
+// live would not be found for as long, so the questions begin anew now and then, and more often while something is missing.
+void avahi_dnssd::ask_again(browse_node &node, int64_t now)
+{
+    if (!node.browser || now < node.ask_again_ms) return;
+    node.browser.reset();
+    look_again_ = true;
+}
+
+// What is lost with our own link is in doubt only: when the link was but briefly away nobody needs to know.
+void avahi_dnssd::note_loss(browse_node &node, const char *name)
+{
+    const int64_t now = now_ms();
+    node.missing_until_ms = now + missing_ms;
+    node.ask_again_ms = std::min(node.ask_again_ms, now + ask_quickly_ms);
+    if (!interfaces::has_link(node.what.interface)) return note({event::kind::anew, node.number});
+    note({event::kind::lost, node.number, publish_outcome::failed, name});
 }
 
 void avahi_dnssd::refresh_resolver(resolve_node &node)
@@ -89,14 +112,13 @@ void avahi_dnssd::refresh_resolver(resolve_node &node)
 void avahi_dnssd::on_browse(AvahiSServiceBrowser *, AvahiIfIndex, AvahiProtocol, AvahiBrowserEvent what, const char *name,
                             const char *, const char *, AvahiLookupResultFlags flags, void *user_data)
 {
-    const auto *const node = static_cast<browse_node *>(user_data);
+    auto *const node = static_cast<browse_node *>(user_data);
     try {
         switch (what) {
         case AVAHI_BROWSER_NEW:
             return node->owner->note({event::kind::found, node->number, publish_outcome::failed, name,
                                       (flags & AVAHI_LOOKUP_RESULT_LOCAL) != 0});
-        case AVAHI_BROWSER_REMOVE:
-            return node->owner->note({event::kind::lost, node->number, publish_outcome::failed, name});
+        case AVAHI_BROWSER_REMOVE: return node->owner->note_loss(*node, name);
         case AVAHI_BROWSER_FAILURE: node->owner->failed_ = true; return;
         case AVAHI_BROWSER_CACHE_EXHAUSTED:
         case AVAHI_BROWSER_ALL_FOR_NOW: return;

@@ -67,6 +67,12 @@ private:
     using server_handle = std::unique_ptr<AvahiServer, releaser<AvahiServer, avahi_server_free>>;
 
     // Each lives in a map, so that its place can be given to avahi; `index` is the interface that its object was made for.
+    // avahi forgets to go on probing for records whose interface went away meanwhile; such a group is made anew.
+    struct progress {
+        static constexpr int64_t first_patience_ms = 3'000;
+        int64_t since_ms = 0;                    // registering; 0: it is not
+        int64_t patience_ms = first_patience_ms; // longer each time, for a network where it takes long
+    };
     struct published_node {
         avahi_dnssd *owner;
         uint32_t number;
@@ -76,6 +82,7 @@ private:
         int32_t index = 0;
         bool stale = true;        // the records are to be made
         bool in_place = false;    // by changing those that are there
+        progress probing{};
     };
     struct browse_node {
         avahi_dnssd *owner;
@@ -84,6 +91,8 @@ private:
         browser_handle browser{};
         int32_t index = 0;
         bool begun = false;
+        int64_t ask_again_ms = 0;   // when the network is asked anew
+        int64_t missing_until_ms = 0;   // something was lost not long before
     };
     struct resolve_node {
         avahi_dnssd *owner;
@@ -98,6 +107,7 @@ private:
         std::string interface, address, host;
         group_handle group{};
         int32_t index = 0;
+        progress probing{};
     };
     struct event {
         enum class kind { published, found, lost, anew, resolved, unresolved } what;
@@ -116,6 +126,9 @@ private:
     void note(event what) noexcept;
 
     // avahi_publishing.cpp
+    void watch_progress(int64_t now);
+    void begin_unfinished_anew();
+    bool is_stuck(const group_handle &group, progress &of, int64_t now);
     void refresh_addresses();
     void refresh_address(address_node &node);
     bool add_address(address_node &node, int flags);
@@ -125,6 +138,8 @@ private:
 
     // avahi_browsing.cpp
     void refresh_browser(browse_node &node);
+    void ask_again(browse_node &node, int64_t now);
+    void note_loss(browse_node &node, const char *name);
     void refresh_resolver(resolve_node &node);
 
     static void on_server(AvahiServer *server, AvahiServerState state, void *user_data);
@@ -145,6 +160,8 @@ private:
     bool failed_ = false;            // the responder is to be made anew
     bool host_collided_ = false;
     bool look_again_ = true;
+    bool interfaces_changed_ = false;
+    std::optional<int64_t> progress_due_;
     bool complained_ = false;
     int64_t retry_ms_ = 0;
     std::map<uint32_t, published_node> published_;

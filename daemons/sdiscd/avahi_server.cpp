@@ -82,6 +82,7 @@ void avahi_dnssd::make_server(int64_t now)
     config.host_name = host_name_.data();
     config.use_ipv4 = 1;
     config.use_ipv6 = 0;   // else each service is told once for each protocol
+    config.use_iff_running = 1;   // so that a cable that is put in again lets everything be asked for and announced again
     config.allow_interfaces = names.get();
     config.publish_hinfo = config.publish_addresses = config.publish_workstation = config.publish_domain = 0;
     config.enable_wide_area = 0;
@@ -151,7 +152,9 @@ void avahi_dnssd::settle(int64_t now)
     }
     if (!server_ && retry_ms_ <= now) make_server(now);
     if (host_collided_) take_other_host_name();
-    if (!server_ || failed_ || !look_again_) return;
+    if (!server_ || failed_) return;
+    for (auto &[number, node] : browsed_) ask_again(node, now);
+    if (!look_again_) return;
     look_again_ = false;
     refresh_addresses();
     for (auto &[number, node] : published_) refresh_publication(node);
@@ -162,7 +165,12 @@ void avahi_dnssd::settle(int64_t now)
 std::optional<int64_t> avahi_dnssd::next_due() const
 {
     if (!events_.empty() || look_again_ || failed_ || host_collided_) return server_ || failed_ ? 0 : retry_ms_;
-    return server_ ? std::nullopt : std::optional(retry_ms_);
+    if (!server_) return retry_ms_;
+    std::optional<int64_t> first;
+    for (const auto &[number, node] : browsed_) {
+        if (node.browser && (!first || node.ask_again_ms < *first)) first = node.ask_again_ms;
+    }
+    return first;
 }
 
 void avahi_dnssd::deliver(dnssd_listener &listener)

@@ -20,6 +20,25 @@ struct addresses_release {
     void operator()(ifaddrs *list) const { freeifaddrs(list); }
 };
 
+template <class call>
+void each_entry_of(const std::string &reference, const call &run)
+{
+    const std::string name = interfaces::name_of(reference);
+    ifaddrs *list = nullptr;
+    if (name.empty() || getifaddrs(&list) != 0) return;
+    const std::unique_ptr<ifaddrs, addresses_release> kept(list);
+    for (const ifaddrs *each = list; each != nullptr; each = each->ifa_next) {
+        if (name == each->ifa_name) run(*each);
+    }
+}
+
+unsigned flags_of(const std::string &reference)
+{
+    unsigned flags = 0;
+    each_entry_of(reference, [&flags](const ifaddrs &entry) { flags = entry.ifa_flags; });
+    return flags;
+}
+
 }  // namespace
 
 int interfaces::open()
@@ -72,29 +91,25 @@ int32_t interfaces::index_of(const std::string &reference)
 
 std::string interfaces::address_of(const std::string &reference)
 {
-    const std::string name = name_of(reference);
-    ifaddrs *list = nullptr;
-    if (name.empty() || getifaddrs(&list) != 0) return "";
-    const std::unique_ptr<ifaddrs, addresses_release> kept(list);
-    for (const ifaddrs *each = list; each != nullptr; each = each->ifa_next) {
-        if (each->ifa_addr == nullptr || each->ifa_addr->sa_family != AF_INET || name != each->ifa_name) continue;
-        char text[INET_ADDRSTRLEN];
-        const auto *const address = reinterpret_cast<const sockaddr_in *>(each->ifa_addr);
-        if (inet_ntop(AF_INET, &address->sin_addr, text, sizeof text) != nullptr) return text;
-    }
-    return "";
+    std::string text;
+    each_entry_of(reference, [&text](const ifaddrs &entry) {
+        if (entry.ifa_addr == nullptr || entry.ifa_addr->sa_family != AF_INET || !text.empty()) return;
+        char digits[INET_ADDRSTRLEN];
+        const auto *const address = reinterpret_cast<const sockaddr_in *>(entry.ifa_addr);
+        if (inet_ntop(AF_INET, &address->sin_addr, digits, sizeof digits) != nullptr) text = digits;
+    });
+    return text;
 }
 
 bool interfaces::is_loopback(const std::string &reference)
 {
-    const std::string name = name_of(reference);
-    ifaddrs *list = nullptr;
-    if (name.empty() || getifaddrs(&list) != 0) return false;
-    const std::unique_ptr<ifaddrs, addresses_release> kept(list);
-    for (const ifaddrs *each = list; each != nullptr; each = each->ifa_next) {
-        if (name == each->ifa_name) return (each->ifa_flags & IFF_LOOPBACK) != 0;
-    }
-    return false;
+    return (flags_of(reference) & IFF_LOOPBACK) != 0;
+}
+
+bool interfaces::has_link(const std::string &reference)
+{
+    constexpr unsigned wanted = IFF_UP | IFF_RUNNING;
+    return (flags_of(reference) & wanted) == wanted;
 }
 
 }  // namespace zel::sdiscd

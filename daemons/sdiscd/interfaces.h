@@ -27,6 +27,7 @@ public:
     // Its first IPv4 address in digits; "" if it has none.
     static std::string address_of(const std::string &reference);
     static bool is_loopback(const std::string &reference);
+    static bool has_link(const std::string &reference);   // it exists, is switched on and has a carrier
 
 private:
     const std::string configured_;
