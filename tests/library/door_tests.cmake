@@ -13,3 +13,4 @@ zel_test(test_web_endpoints SOURCES test_grid_endpoint.cpp test_grid_documents.c
 zel_test(test_snmp SOURCES test_snmp_info.cpp test_snmp_requests.cpp test_snmp_records.cpp test_snmp_messages.cpp
                    LIBS zelgpio_static fake_platform LABELS library)
 zel_test(test_door_allocations SOURCES test_door_allocations.cpp LIBS zelgpio_static fake_platform library_allocations LABELS library TIMEOUT 300)
+zel_test(test_random_doors SOURCES test_random_doors.cpp LIBS zelgpio_static fake_platform LABELS library)

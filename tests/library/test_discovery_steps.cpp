@@ -142,6 +142,17 @@ TEST_F(followed, a_name_like_another_is_another)
     }
 }
 
+TEST_F(followed, an_address_is_any_text_of_its_field)
+{
+    for (const char *const address :
+         {"fe80::0123:4567:89ab:cdef%eth0", "2001:db8::1", "studio-2.local", "", "10.0.0.2:1", "%s"}) {
+        resolve(u, near, address, 65535);
+        EXPECT_EQ(record(near)->addr_port, std::string(address) + ":65535");
+        EXPECT_EQ(u.consumer_address(u.consumers().at(0)), std::string(address) + ":65535");
+        EXPECT_EQ(u.consumers().size(), 1u);
+    }
+}
+
 TEST(a_saved_source, is_in_the_list_before_it_is_found_and_once_only)
 {
     unit u;

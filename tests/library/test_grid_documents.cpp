@@ -194,6 +194,18 @@ TEST(a_trigger, that_is_not_registered_has_no_connection_until_it_is)
                                       list({connection("event", 5, "relay", 0, 1, "true", 1)})));
 }
 
+TEST(a_trigger, that_a_handler_waits_for_has_no_connection_either)
+{
+    unit u;
+    u.product("ZEL-SOFT").set("on_grid_handlers", "Record").set("handler_info/Record/triggers", "Nobody, Eth Link Down");
+    u.set("handler_info/Record/trigger_inverts", "0, 1");
+    ASSERT_EQ(u.start(), 0);
+    u.handler("Record");
+    const std::string text = get(u, "all");
+    EXPECT_NE(text.find("\"connections\":" + list({connection("event", 0, "event", 0, 1, "true", 1)}) + "}"), std::string::npos)
+        << text;
+}
+
 TEST(names, are_written_as_json_texts)
 {
     unit u;

@@ -217,6 +217,25 @@ TEST_F(forms, a_virtual_input_takes_the_source_that_is_known_and_no_other)
     }
 }
 
+TEST_F(forms, a_source_is_stored_with_its_control_characters_encoded)
+{
+    resolve(u, "a%0Ab", "10.0.0.3");
+    EXPECT_EQ(post(u, "gpioType=virtual&gpioPort=3&newState=1&vgpoSrc=a%0Ab").status, 200);
+    EXPECT_STREQ(zel::gpios[3].vgpo_src, "a%0Ab");
+    EXPECT_EQ(u.json("gpio/virtual/vgpio_0/vgpo_src"), "\"a%0Ab\"");
+}
+
+TEST_F(forms, a_port_s_own_trigger_can_be_taken_off_everything_too)
+{
+    EXPECT_EQ(post(u, "gpioType=event&gpioPort=5&newState=0&gpioInMode=0").status, 200);
+    EXPECT_EQ(relay_list(0), "Door#11");
+    EXPECT_EQ(trigger_list[5].name, std::string("GPI 1"));
+    u.edge(1, 1);
+    u.edge(1, 0);
+    EXPECT_EQ(port_handlers(0), "Record#0");
+    EXPECT_EQ(port_list(1), "Door#11");
+}
+
 TEST_F(forms, a_source_of_any_length_and_any_bytes_is_harmless)
 {
     for (const std::string &value :
