@@ -12,6 +12,7 @@ declare -A packages=(
     [fuzz]="clang libclang-rt-14-dev"
     [lint]="clang clang-tidy cppcheck"
     [node]="nodejs npm smitools"
+    [browser]="chromium fonts-dejavu-core nodejs npm iproute2"
 )
 
 is_installed() { [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]; }
@@ -26,7 +27,7 @@ need() {
     for group in "$@"; do
         for package in ${packages[$group]}; do
             # A Node.js that is not Debian's does as well.
-            [ "$group" = node ] && command -v "${package/nodejs/node}" > /dev/null && continue
+            [[ $package == @(nodejs|npm) ]] && command -v "${package/nodejs/node}" > /dev/null && continue
             is_installed "$package" || missing+=("$package")
         done
     done

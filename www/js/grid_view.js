@@ -53,7 +53,8 @@ export class GridView {
             draw_soon();
         }).observe(this.root);
         this.root.addEventListener('click', (event) => this.clicked(event));
-        this.root.addEventListener('pointerover', (event) => this.point_at(place_of(event.target)));
+        this.root.addEventListener('pointerover', (event) => this.pointed(event));
+        this.root.addEventListener('pointerout', (event) => event.target.classList?.contains('cell') && set_attribute(event.target, 'title', null));
         this.root.addEventListener('pointerleave', () => this.point_at(this.has_focus() ? this.active : null));
         this.root.addEventListener('focusin', (event) => this.focused(event));
         this.root.addEventListener('focusout', () => this.point_at(null));
@@ -205,7 +206,9 @@ export class GridView {
         }
         if (this.pending.has(`${input.key}>${output.key}`)) classes.push('pending');
         set_attribute(element, 'class', classes.join(' '));
-        set_attribute(element, 'aria-label', cell_label(input, output, connection));
+        const label = cell_label(input, output, connection);
+        set_attribute(element, 'aria-label', label);
+        if (element.hasAttribute('title')) set_attribute(element, 'title', label);
     }
 
     refresh() {
@@ -302,6 +305,13 @@ export class GridView {
         const [input, output] = this.active_items();
         if (input !== undefined && output !== undefined) this.calls.on_cell(input, output, event, was_active);
         else if (input !== undefined || output !== undefined) this.calls.on_item(input ?? output);
+    }
+
+    // Only the cell under the pointer has a tooltip; giving each one would double the text of the page.
+    pointed(event) {
+        const place = place_of(event.target);
+        this.point_at(place);
+        if (event.target.classList.contains('cell')) set_attribute(event.target, 'title', event.target.getAttribute('aria-label'));
     }
 
     // Highlights the row and the column of a place; null for none.

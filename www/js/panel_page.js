@@ -141,7 +141,10 @@ class PanelPage {
         const press = make('button', {type: 'button', class: 'press', disabled: button.enabled === false, 'aria-label': `Press ${button.name}`}, 'Press');
         const tile = make('li', {class: 'tile user_button'}, tile_name(button.name, button.enabled === false ? 'not an input now' : 'its LED'), light, make('div', {class: 'press_buttons'}, press));
         make_pressable(press, (down) => this.post({button: button.number, pressed: down ? 1 : 0}));
-        this.tiles.set(`buttons${button.number}`, {set_level: (on) => press.classList.toggle('pressed', on)});
+        this.tiles.set(`buttons${button.number}`, {set_level: (on) => {
+            press.classList.toggle('pressed', on);
+            set_attribute(press, 'aria-pressed', String(on));
+        }});
         this.tiles.set(`leds${button.number}`, {set_level: (on) => show_lamp(tile, light, on, on_off(on))});
         return tile;
     }
