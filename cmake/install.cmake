@@ -15,3 +15,5 @@ install(FILES ${CMAKE_BINARY_DIR}/zelgpio-config.cmake ${CMAKE_BINARY_DIR}/zelgp
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zelgpio)
 install(FILES packaging/man/zel_unit.1 packaging/man/zelctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR})
+# Where zel_unit looks for its pages, from the folder that it lies in.
+install(DIRECTORY www/ DESTINATION ${CMAKE_INSTALL_DATADIR}/zel/www)
