@@ -1,32 +1,42 @@
 // Our consumer, and the servers of both packages.
 'use strict'
 const path = require('path')
-const { check, equal, Program, freePort } = require('./support')
+const { check, equal, until, Program, freePort } = require('./support')
+const { unitTree, parameters } = require('./server_tree')
 
 const type = 'unit/gpio/virtual/vgpio 1/type'
 const status = 'unit/gpio/virtual/vgpio 1/status'
 const text = 'unit/gpio/physical/gpio 2/input functions'
+const later = 'unit/gpio/physical/gpio 5/status'       // only there when the server has a fifth port
 
 async function tried(programs, title, script) {
 	const port = await freePort()
-	const start = async () => {
-		const server = new Program(process.execPath, [path.join(__dirname, script), String(port)])
+	const start = async (ports = 4) => {
+		const server = new Program(process.execPath, [path.join(__dirname, script), String(port), String(ports)])
 		await server.line(`listening ${port}`)
 		return server
 	}
 	let server = await start()
-	const consumer = new Program(`${programs}/ember_test_consumer`, [`127.0.0.1:${port}`, `/${type}`, status, text, 'unit/nothing'])
+	const consumer = new Program(`${programs}/ember_test_consumer`, [`127.0.0.1:${port}`, `/${type}`, status, text, later])
 	const name = (what) => `${title} server: ${what}`
 	const change = async (where, value, heard) => {
 		server.say(`value ${where}=${value}`)
 		await consumer.line(heard)
 	}
 
+	await check(name('our consumer walks to every parameter of the tree'), async () => {
+		const expected = parameters(unitTree(4))
+		const all = new Program(`${programs}/ember_test_consumer`, [`127.0.0.1:${port}`, ...Object.keys(expected)])
+		await all.line('up')
+		await until(() => all.lines.length >= Object.keys(expected).length, 'all values')
+		equal(all.lines.sort(), Object.entries(expected).map(([where, value]) => `${where}=${value}`).sort())
+		await all.stop()
+	})
 	await check(name('our consumer finds its parameters and their values, and that one is not there'), async () => {
 		await consumer.line('up')
 		const heard = []
 		for (let i = 0; i < 4; i++) heard.push(await consumer.line(() => true, 'a value'))
-		equal(heard.sort(), [`/${type}=2`, `${status}=1`, `${text}=Record`, 'unit/nothing is none'].sort())
+		equal(heard.sort(), [`/${type}=2`, `${status}=1`, `${text}=Record`, `${later} is none`].sort())
 	})
 	await check(name('our consumer hears every change once'), async () => {
 		await change(status, 'false', `${status}=0`)
@@ -36,17 +46,34 @@ async function tried(programs, title, script) {
 		await change(status, 'false', `${status}=0`)
 		equal(consumer.lines, [])
 	})
+	await check(name('our consumer hears that a parameter goes and comes back'), async () => {
+		server.say(`online ${type}=false`)
+		await consumer.line(`/${type} is none`)
+		server.say(`online ${type}=true`)
+		await consumer.line(`/${type}=1`)
+		equal(consumer.lines, [])
+	})
 	await check(name('our consumer keeps the link alive'), async () => {
 		await new Promise((resolve) => setTimeout(resolve, 12000))
 		equal(consumer.lines, [])
 		await change(status, 'true', `${status}=1`)
 	})
-	await check(name('our consumer is back after the server was killed and started anew'), async () => {
+	await check(name('our consumer is back after the server was killed and started anew, with more ports'), async () => {
+		await server.stop('SIGKILL')
+		await consumer.line('down')
+		server = await start(5)
+		await consumer.line('up')
+		const heard = []
+		for (let i = 0; i < 4; i++) heard.push(await consumer.line((line) => line.includes('='), 'a value'))
+		equal(heard.sort(), [`/${type}=2`, `${status}=1`, `${text}=Record`, `${later}=1`].sort())
+		await change(later, 'false', `${later}=0`)
+	})
+	await check(name('our consumer knows that what a server no longer has is gone'), async () => {
 		await server.stop('SIGKILL')
 		await consumer.line('down')
 		server = await start()
 		await consumer.line('up')
-		await consumer.line(`${text}=Record`)
+		await consumer.line(`${later} is none`)
 		await change(status, 'false', `${status}=0`)
 	})
 	await consumer.stop()

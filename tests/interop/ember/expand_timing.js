@@ -11,16 +11,20 @@ function count(elements) {
 	return Object.values(elements || {}).reduce((sum, element) => sum + 1 + count(element.children), 0)
 }
 
+const median = (list) => list.sort((a, b) => a - b)[Math.floor(list.length / 2)].toFixed(1)
+
 async function expand(port) {
 	const client = new EmberClient('127.0.0.1', port)
 	client.on('error', () => {})
+	const before = process.cpuUsage()
 	const start = process.hrtime.bigint()
 	await client.connect()
 	await client.expand(client.tree)
 	const spent = Number(process.hrtime.bigint() - start) / 1e6
+	const { user, system } = process.cpuUsage(before)
 	const elements = count(client.tree)
 	client.discard()
-	return { spent, elements }
+	return { spent, elements, own: (user + system) / 1e3 }
 }
 
 async function foreign(script) {
@@ -38,17 +42,20 @@ async function main() {
 		'node-emberplus': await foreign('server_node_emberplus.js'),
 	}
 	const times = {}
+	const own = {}
 	const sizes = {}
 	for (let round = -1; round < rounds; round++) {
 		for (const [name, peer] of Object.entries(peers)) {
-			const { spent, elements } = await expand(peer.port)
-			sizes[name] = elements
-			if (round >= 0) (times[name] = times[name] || []).push(spent)
+			const found = await expand(peer.port)
+			sizes[name] = found.elements
+			if (round < 0) continue
+			;(times[name] = times[name] || []).push(found.spent)
+			;(own[name] = own[name] || []).push(found.own)
 		}
 	}
 	for (const [name, list] of Object.entries(times)) {
-		const median = list.sort((a, b) => a - b)[Math.floor(list.length / 2)]
-		console.log(`connect and expand ${sizes[name]} elements of ${name} | ${median.toFixed(1)} ms`)
+		console.log(`connect and expand ${sizes[name]} elements of ${name} | ${median(list)} ms | ` +
+			`processor time of the client itself ${median(own[name])} ms`)
 	}
 	for (const peer of Object.values(peers)) await peer.server.stop()
 	process.exit(0)

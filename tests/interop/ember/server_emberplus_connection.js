@@ -1,5 +1,5 @@
 // A server of the package emberplus-connection: node server_emberplus_connection.js PORT [PORTS]
-//   value PATH=TEXT   (a path of identifiers)      quit
+//   value PATH=TEXT   (a path of identifiers)      online PATH=true|false      quit
 'use strict'
 const {
 	EmberServer,
@@ -33,6 +33,9 @@ async function main() {
 		return true
 	}
 	await server.init(build(unitTree(Number(process.argv[3] || 4)), paths))
-	serve((path, value) => server.update(paths[path], { value }))
+	serve(
+		(path, value) => server.update(paths[path], { value }),
+		(path, isOnline) => server.update(paths[path], { isOnline })
+	)
 }
 main()

@@ -1,5 +1,5 @@
 // A server of the package node-emberplus: node server_node_emberplus.js PORT [PORTS]
-//   value PATH=TEXT   (a path of identifiers)      quit
+//   value PATH=TEXT   (a path of identifiers)      online PATH=true|false      quit
 'use strict'
 const { EmberServer, EmberServerEvent, LoggingService } = require('node-emberplus')
 const { serve, unitTree } = require('./server_tree')
@@ -26,6 +26,13 @@ async function main() {
 	server.on(EmberServerEvent.ERROR, () => {})
 	server.on(EmberServerEvent.CLIENT_ERROR, () => {})
 	await server.listen()
-	serve((path, value) => server.setValue(server.tree.getElementByPath(numbers[path]), value))
+	const at = (path) => server.tree.getElementByPath(numbers[path])
+	serve(
+		(path, value) => server.setValue(at(path), value),
+		(path, isOnline) => {
+			at(path).contents.isOnline = isOnline
+			server.updateSubscribers(at(path).getPath(), server.createResponse(at(path)))
+		}
+	)
 }
 main()

@@ -38,13 +38,24 @@ function typed(text) {
 	return /^-?\d+$/.test(text) ? Number(text) : text
 }
 
-function serve(change) {
+// Paths of the parameters to their values, as our consumer prints them.
+function parameters(entries, above = '') {
+	return Object.assign({}, ...entries.map((entry) => {
+		const path = above ? `${above}/${entry.name}` : entry.name
+		if (entry.children) return parameters(entry.children, path)
+		return { [path]: typeof entry.value === 'boolean' ? String(Number(entry.value)) : String(entry.value) }
+	}))
+}
+
+// `change` and `setOnline` get a path of identifiers and a value.
+function serve(change, setOnline) {
 	console.log('listening ' + process.argv[2])
 	readline.createInterface({ input: process.stdin }).on('line', (line) => {
 		if (line === 'quit') process.exit(0)
-		const [, path, text] = /^value ([^=]*)=(.*)$/.exec(line)
-		change(path, typed(text))
+		const [, verb, path, text] = /^(value|online) ([^=]*)=(.*)$/.exec(line)
+		const act = verb === 'value' ? change : setOnline
+		act(path, typed(text))
 	})
 }
 
-module.exports = { unitTree, serve }
+module.exports = { unitTree, parameters, serve }
