@@ -69,6 +69,7 @@ void event_stream::wake(zel_web_listener &each)
 {
     if (!each.suspended) return;
     each.suspended = false;
+    woken_ = true;
     MHD_resume_connection(each.mhd);
 }
 

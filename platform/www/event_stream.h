@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace zel::web {
 class event_stream;
@@ -45,14 +46,17 @@ public:
     bool send(zel_web_listener &each, std::string_view text) noexcept;
     // A sign of life for all.
     void send_alive() noexcept;
+    // Whether somebody was taken up since the last call: libmicrohttpd sends to whom only when it is run.
+    bool take_woken() noexcept { return std::exchange(woken_, false); }
     // Before the server ends: listeners that wait are taken up, or it would wait for them.
     void end_all() noexcept;
 
 private:
-    static void drop(zel_web_listener &each, const char *why);
-    static void wake(zel_web_listener &each);
+    void drop(zel_web_listener &each, const char *why);
+    void wake(zel_web_listener &each);
 
     std::list<zel_web_listener> listeners_;
+    bool woken_ = false;
 };
 
 // The text of an event on the wire. May throw std::bad_alloc.

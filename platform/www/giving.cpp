@@ -32,7 +32,7 @@ MHD_Result zel_web_server::give_document(MHD_Connection *mhd, request &each, con
     const zel_web_request_t asked{each.method == verb::post ? "POST" : "GET", each.path.c_str(), each.query.c_str(),
                                   each.query.size(), each.body.c_str(), each.body.size()};
     row.callback(row.user_data, &asked, &reply);
-    if (reply.status == 0) return send_error(mhd, each, 500, "the unit could not answer");
+    if (reply.status == 0) return send_error(mhd, each, {500, "the unit could not answer", nullptr, ""});
     return send_text(mhd, each, static_cast<unsigned>(reply.status), reply.content_type.c_str(), reply.text);
 }
 
@@ -43,7 +43,7 @@ MHD_Result zel_web_server::give_handlers_text(MHD_Connection *mhd, request &each
     const bool repeatable = each.body.empty() && !each.query.empty();
     for (size_t size = std::max(reply_sizes_[&handler], first_reply_size);; size *= 4) {
         std::unique_ptr<reply_buffer> buffer = buffers_.take(size);
-        if (!buffer) return send_error(mhd, each, 503, "the server is out of memory");
+        if (!buffer) return send_error(mhd, each, {503, "the server is out of memory", nullptr, ""});
         int status = ok;
         char *text = nullptr;
         size_t length = 0;
@@ -64,7 +64,7 @@ MHD_Result zel_web_server::give_handlers_text(MHD_Connection *mhd, request &each
 MHD_Result zel_web_server::give_events(MHD_Connection *mhd, request &each)
 {
     if (each.method == verb::head) return send_text(mhd, each, ok, "text/event-stream", "");
-    if (stream_.size() >= listeners_max_) return send_error(mhd, each, 503, "too many listen already", "Retry-After", "5");
+    if (stream_.size() >= listeners_max_) return send_error(mhd, each, {503, "too many listen already", "Retry-After", "5"});
     zel_web_listener *const listener = stream_.add(mhd, each.link);
     if (listener == nullptr) return MHD_NO;
     response_ptr response(MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, event_block, event_stream::read, listener,

@@ -100,15 +100,15 @@ MHD_Result send_buffer(MHD_Connection *mhd, request &each, unsigned status, cons
     return send_fresh(mhd, each, status, content_type, buffer_response(std::move(buffer), length), varies);
 }
 
-MHD_Result send_error(MHD_Connection *mhd, request &each, unsigned status, const char *line, const char *header, const char *value)
+MHD_Result send_error(MHD_Connection *mhd, request &each, const error_reply &error)
 {
-    const std::string body = std::string(line) + "\n";
+    const std::string body = error.line + "\n";
     response_ptr response = copied_response(body);
     if (!response) return MHD_NO;
     add_header(response.get(), "Cache-Control", "no-store");
-    if (header != nullptr) add_header(response.get(), header, value);
+    if (error.header != nullptr) add_header(response.get(), error.header, error.value.c_str());
     each.size = body.size();
-    return send(mhd, each, status, plain_text, std::move(response));
+    return send(mhd, each, error.status, plain_text, std::move(response));
 }
 
 }  // namespace zel::web

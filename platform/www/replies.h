@@ -31,8 +31,14 @@ MHD_Result send_text(MHD_Connection *mhd, request &each, unsigned status, const 
 // The same for a text that is in such a buffer, which goes back to where it came from when it was sent.
 MHD_Result send_buffer(MHD_Connection *mhd, request &each, unsigned status, const char *content_type,
                        std::unique_ptr<reply_buffer> buffer, size_t length);
-// One line that says what is wrong.
-MHD_Result send_error(MHD_Connection *mhd, request &each, unsigned status, const char *line, const char *header = nullptr,
-                      const char *value = nullptr);
+
+// One line that says what is wrong, and one more header where the status wants one.
+struct error_reply {
+    unsigned status = 0;             // 0: nothing is wrong
+    std::string line;
+    const char *header = nullptr;
+    std::string value;               // of the header
+};
+MHD_Result send_error(MHD_Connection *mhd, request &each, const error_reply &error);
 
 }  // namespace zel::web

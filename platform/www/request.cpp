@@ -76,7 +76,9 @@ bool request::split_target()
     const size_t mark = target.find('?');
     query = mark == std::string::npos ? "" : target.substr(mark + 1);
     path.clear();
-    return target.starts_with('/') && decode_path(std::string_view(target).substr(0, mark), path);
+    const bool good = target.starts_with('/') && decode_path(std::string_view(target).substr(0, mark), path);
+    if (!good) path.clear();
+    return good;
 }
 
 void request::add_body(std::string_view piece)

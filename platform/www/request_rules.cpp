@@ -102,43 +102,44 @@ bool host_names::accept(std::string_view host, const sockaddr_storage &local) co
 }
 
 // Two lengths, or a length beside chunks, are how requests are smuggled past whoever reads them otherwise.
-refusal check_form(const request &each)
+error_reply check_form(const request &each)
 {
-    if (each.headers.repeated) return {400, "a header stands twice"};
+    if (each.path.empty()) return {400, "the path cannot be understood", nullptr, ""};
+    if (each.headers.repeated) return {400, "a header stands twice", nullptr, ""};
     if (each.headers.content_length.data() != nullptr && each.headers.transfer_encoding.data() != nullptr) {
-        return {400, "the body has two lengths"};
+        return {400, "the body has two lengths", nullptr, ""};
     }
-    if (each.headers.host.empty()) return {400, "the Host is missing"};
+    if (each.headers.host.empty()) return {400, "the Host is missing", nullptr, ""};
     return {};
 }
 
-refusal check_origin(const request &each, const host_names &names, const sockaddr_storage &local)
+error_reply check_origin(const request &each, const host_names &names, const sockaddr_storage &local)
 {
     const request_headers &headers = each.headers;
-    if (!names.accept(headers.host, local)) return {403, "this server is not known by that name"};
+    if (!names.accept(headers.host, local)) return {403, "this server is not known by that name", nullptr, ""};
     if (headers.origin.data() != nullptr) {
         if (same_host(headers.origin, headers.host)) return {};
-        return {403, "the request comes from another site"};
+        return {403, "the request comes from another site", nullptr, ""};
     }
     if (each.method != verb::post) return {};
-    if (headers.referer.data() == nullptr) return {403, "a POST needs an Origin"};
+    if (headers.referer.data() == nullptr) return {403, "a POST needs an Origin", nullptr, ""};
     if (same_host(headers.referer, headers.host)) return {};
-    return {403, "the request comes from another site"};
+    return {403, "the request comes from another site", nullptr, ""};
 }
 
-refusal check_body(const request &each)
+error_reply check_body(const request &each)
 {
     constexpr std::string_view form = "application/x-www-form-urlencoded";
     const std::string_view type = each.headers.content_type.substr(0, each.headers.content_type.find(';'));
     const std::string_view trimmed = type.substr(0, type.find_last_not_of(" \t") + 1);
     if (trimmed.size() != form.size() || strncasecmp(trimmed.data(), form.data(), form.size()) != 0) {
-        return {415, "a POST is a form (application/x-www-form-urlencoded)"};
+        return {415, "a POST is a form (application/x-www-form-urlencoded)", nullptr, ""};
     }
     const std::string_view length = each.headers.content_length;
     uint64_t announced = 0;
     const auto [stop, error] = std::from_chars(length.data(), length.data() + length.size(), announced);
     const bool too_long = error == std::errc::result_out_of_range || announced > request::longest_body;
-    if (!length.empty() && too_long) return {413, "the form is too long"};
+    if (!length.empty() && too_long) return {413, "the form is too long", nullptr, ""};
     return {};
 }
 

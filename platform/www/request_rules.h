@@ -4,6 +4,7 @@
 // machine's address. The first is seen by the Origin that browsers add, the second by the Host, which is then that name.
 #pragma once
 
+#include "replies.h"
 #include "request.h"
 
 #include <sys/socket.h>
@@ -27,16 +28,11 @@ private:
     std::vector<std::string> names_;   // lower case
 };
 
-struct refusal {
-    unsigned status = 0;               // 0: not refused
-    const char *text = nullptr;
-};
-
-// Of the form of the request: what stands twice, what contradicts itself.
-refusal check_form(const request &each);
+// Of the form of the request: no path, what stands twice, what contradicts itself.
+error_reply check_form(const request &each);
 // Of who asks.
-refusal check_origin(const request &each, const host_names &names, const sockaddr_storage &local);
+error_reply check_origin(const request &each, const host_names &names, const sockaddr_storage &local);
 // Of the body that a POST announces.
-refusal check_body(const request &each);
+error_reply check_body(const request &each);
 
 }  // namespace zel::web

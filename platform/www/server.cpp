@@ -168,16 +168,19 @@ void zel_web_server::log_line(void *, const char *format, va_list arguments) noe
     log_message(4, "%s: %s\n", __func__, line);
 }
 
-// Bounded, so that a client that always has something to say does not keep the host's loop from the rest.
+// Bounded, so that a client that always has something to say does not keep the host's loop from the rest. A connection that ended
+// makes room for one that waits, but a listening socket that was left alone at the limit is taken up again by the next pass only.
 void zel_web_server::run_daemon()
 {
     constexpr int most_passes = 4;
-    MHD_UNSIGNED_LONG_LONG wait = 0;
     timer_state next = timer_state::at_once;
     for (int pass = 0; pass < most_passes && next == timer_state::at_once; ++pass) {
+        const size_t before = connections_.size();
+        MHD_UNSIGNED_LONG_LONG wait = 0;
         (void)MHD_run(daemon_);
-        const bool at_once = MHD_get_timeout(daemon_, &wait) == MHD_YES && wait == 0;
-        next = at_once ? timer_state::at_once : connections_.size() > 0 ? timer_state::ticking : timer_state::off;
+        const bool at_once = stream_.take_woken() || (MHD_get_timeout(daemon_, &wait) == MHD_YES && wait == 0);
+        const bool has_room = connections_.size() < before;
+        next = at_once || has_room ? timer_state::at_once : connections_.size() > 0 ? timer_state::ticking : timer_state::off;
     }
     if (next == timer_now_ && next != timer_state::at_once) return;
     timer_now_ = next;
@@ -210,9 +213,18 @@ void zel_web_server::tick()
 
 void zel_web_server::process()
 {
+    running_ = true;
     tick();
     if (login_.fd() >= 0) login_.process();
     run_daemon();
+    running_ = false;
+}
+
+void zel_web_server::run_soon()
+{
+    if (running_ || !stream_.take_woken() || timer_now_ == timer_state::at_once) return;
+    timer_now_ = timer_state::at_once;
+    arm_timer();
 }
 
 bool zel_web_server::add_document(document row)

@@ -8,6 +8,7 @@
 #include "connections.h"
 #include "event_stream.h"
 #include "login.h"
+#include "replies.h"
 #include "reply_buffers.h"
 #include "request.h"
 #include "request_rules.h"
@@ -40,6 +41,7 @@ struct event_path {
 struct open_request {
     request asked;
     login_wait login;
+    error_reply refused;     // to be told when the request is whole
 };
 
 }  // namespace zel::web
@@ -59,6 +61,8 @@ public:
     bool add_document(zel::web::document row);
     bool set_events(zel::web::event_path events);
     zel::web::event_stream &events() { return stream_; }
+    // To be called after events were sent: the loop must come round for them.
+    void run_soon();
 
 private:
     explicit zel_web_server(const zel_web_server_config_t &config);
@@ -82,8 +86,8 @@ private:
     MHD_Result take_piece(MHD_Connection *mhd, zel::web::open_request &each, const char *method, const char *data, size_t *size);
     MHD_Result begin(MHD_Connection *mhd, zel::web::open_request &each, const char *method);
     MHD_Result admit(MHD_Connection *mhd, zel::web::open_request &each);
-    MHD_Result refuse_login(MHD_Connection *mhd, zel::web::open_request &each);
-    MHD_Result check_method(MHD_Connection *mhd, zel::web::request &each);
+    zel::web::error_reply refusal_of_login(const zel::web::open_request &each) const;
+    zel::web::error_reply check_method(const zel::web::request &each) const;
     MHD_Result serve(MHD_Connection *mhd, zel::web::request &each);
     MHD_Result give_document(MHD_Connection *mhd, zel::web::request &each, const zel::web::document &row);
     MHD_Result give_handlers_text(MHD_Connection *mhd, zel::web::request &each, const zel_web_url_handler_t &handler);
@@ -103,9 +107,10 @@ private:
     void *user_data_;
     size_t listeners_max_;
     std::chrono::milliseconds alive_, tick_length_;
-    zel::web::clock::time_point last_alive_{};
+    zel::web::clock::time_point last_alive_ = zel::web::clock::now();
     zel::unique_fd epoll_, timer_;
     enum class timer_state { off, ticking, at_once } timer_now_ = timer_state::off;
     uint16_t port_ = 0;
+    bool running_ = false;
     MHD_Daemon *daemon_ = nullptr;
 };

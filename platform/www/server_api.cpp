@@ -105,7 +105,9 @@ int zel_web_server_listener_count(const zel_web_server_t *server)
 int zel_web_server_send_event(zel_web_server_t *server, const char *event, const char *data)
 {
     if (server == nullptr || !is_event_name(event) || data == nullptr) return -1;
-    return server->events().send_all(event, data) ? 0 : -1;
+    const bool all_told = server->events().send_all(event, data);
+    server->run_soon();
+    return all_told ? 0 : -1;
 }
 
 int zel_web_listener_send(zel_web_listener_t *listener, const char *event, const char *data)

@@ -1,9 +1,9 @@
 // One request from its first line to its reply.
 #include "server.h"
 
-#include "replies.h"
 #include "zel_debug.h"
 
+#include <algorithm>
 #include <exception>
 #include <new>
 
@@ -35,10 +35,19 @@ MHD_Result take_into(void *headers, MHD_ValueKind, const char *key, size_t key_s
     return MHD_YES;
 }
 
-bool has_body(const request &each)
+// What a GET brings along is not looked at.
+bool has_form(const request &each)
 {
     return each.method == verb::post;
 }
+
+bool brings_body(const request &each)
+{
+    const std::string_view length = each.headers.content_length;
+    return each.headers.transfer_encoding.data() != nullptr || (!length.empty() && length != "0");
+}
+
+const error_reply form_too_long{413, "the form is too long", nullptr, ""};
 
 }  // namespace
 
@@ -47,6 +56,7 @@ void *zel_web_server::begin_request(void *, const char *target, MHD_Connection *
     try {
         auto each = std::make_unique<open_request>();
         each->asked.target = target;
+        (void)each->asked.split_target();
         return each.release();
     } catch (const std::exception &) {
         return nullptr;
@@ -97,11 +107,12 @@ MHD_Result zel_web_server::take_piece(MHD_Connection *mhd, open_request &each, c
         return admit(mhd, each);
     }
     if (*size > 0) {
-        each.asked.add_body({data, *size});
+        if (has_form(each.asked)) each.asked.add_body({data, *size});
         *size = 0;
         return MHD_YES;
     }
-    if (each.asked.body_too_long) return send_error(mhd, each.asked, 413, "the form is too long");
+    if (each.refused.status != 0) return send_error(mhd, each.asked, each.refused);
+    if (each.asked.body_too_long) return send_error(mhd, each.asked, form_too_long);
     return serve(mhd, each.asked);
 }
 
@@ -113,59 +124,56 @@ MHD_Result zel_web_server::begin(MHD_Connection *mhd, open_request &each, const 
     if (asked.link == nullptr) return MHD_NO;
     asked.method = verb_of(method);
     (void)MHD_get_connection_values_n(mhd, MHD_HEADER_KIND, take_into, &asked.headers);
-    if (!asked.split_target()) return send_error(mhd, asked, 400, "the path cannot be understood");
-    refusal refused = check_form(asked);
-    if (refused.status == 0) refused = check_origin(asked, names_, asked.link->local);
-    if (refused.status != 0) {
-        log_message(refused.status == 403 ? 2 : 4, "%s: A request of %s is refused: %s\n", __func__, asked.link->peer.c_str(),
-                    refused.text);
-        return send_error(mhd, asked, refused.status, refused.text);
-    }
+    each.refused = check_form(asked);
+    if (each.refused.status == 0) each.refused = check_origin(asked, names_, asked.link->local);
     each.login.state = login_state::passed;
-    if (login_.needed()) login_.check(each.login, mhd, asked.headers.authorization, asked.link->peer);
-    if (each.login.state == login_state::pending) {
-        MHD_suspend_connection(mhd);   // and this is called again when the password was checked
-        return MHD_YES;
+    if (each.refused.status == 0 && login_.needed()) {
+        login_.check(each.login, mhd, asked.headers.authorization, asked.link->peer);
     }
-    return admit(mhd, each);
+    if (each.login.state != login_state::pending) return admit(mhd, each);
+    MHD_suspend_connection(mhd);   // and this is called again when the password was checked
+    return MHD_YES;
 }
 
+// A refusal waits for the end of the request, because libmicrohttpd ends connections that are answered before; but nothing is
+// read of a body that would be for nothing.
 MHD_Result zel_web_server::admit(MHD_Connection *mhd, open_request &each)
 {
-    if (each.login.state != login_state::passed) return refuse_login(mhd, each);
-    each.asked.checked = true;
-    return check_method(mhd, each.asked);
+    request &asked = each.asked;
+    asked.checked = true;
+    if (each.refused.status == 0) each.refused = refusal_of_login(each);
+    if (each.refused.status == 0) each.refused = check_method(asked);
+    if (each.refused.status == 0) return MHD_YES;
+    log_message(each.refused.status == 403 ? 2 : 4, "%s: A request of %s is refused: %s\n", __func__, asked.link->peer.c_str(),
+                each.refused.line.c_str());
+    return brings_body(asked) ? send_error(mhd, asked, each.refused) : MHD_YES;
 }
 
-MHD_Result zel_web_server::refuse_login(MHD_Connection *mhd, open_request &each)
+error_reply zel_web_server::refusal_of_login(const open_request &each) const
 {
-    if (each.login.state == login_state::must_wait) {
-        const std::string wait = std::to_string(std::max(1, login_.wait_of(each.asked.link->peer)));
-        return send_error(mhd, each.asked, 429, "too many log-ins failed; wait", "Retry-After", wait.c_str());
+    switch (each.login.state) {
+    case login_state::passed: return {};
+    case login_state::impossible: return {503, "nobody can log in at present", nullptr, ""};
+    case login_state::must_wait:
+        return {429, "too many log-ins failed; wait", "Retry-After", std::to_string(std::max(1, login_.wait_of(each.asked.link->peer)))};
+    default: return {401, "log in", "WWW-Authenticate", "Basic realm=\"unit\", charset=\"UTF-8\""};
     }
-    if (each.login.state == login_state::impossible) return send_error(mhd, each.asked, 503, "nobody can log in at present");
-    return send_error(mhd, each.asked, 401, "log in", "WWW-Authenticate", "Basic realm=\"unit\", charset=\"UTF-8\"");
 }
 
-MHD_Result zel_web_server::check_method(MHD_Connection *mhd, request &each)
+error_reply zel_web_server::check_method(const request &each) const
 {
     int methods = ZEL_WEB_GET;
     if (const document *const row = find_document(each.path); row != nullptr) methods = row->methods;
     else if (zel_web_server_find_handler(each.path.c_str()) != nullptr) methods = ZEL_WEB_GET | ZEL_WEB_POST;
     const int wanted = each.method == verb::other ? 0 : each.method == verb::post ? ZEL_WEB_POST : ZEL_WEB_GET;
-    if ((methods & wanted) == 0) {
-        constexpr const char *allowed[] = {"", "GET, HEAD", "POST", "GET, HEAD, POST"};
-        return send_error(mhd, each, 405, "that method is not for this path", "Allow", allowed[methods]);
-    }
-    if (!has_body(each)) return MHD_YES;
-    const refusal refused = check_body(each);
-    return refused.status == 0 ? MHD_YES : send_error(mhd, each, refused.status, refused.text);
+    constexpr const char *allowed[] = {"", "GET, HEAD", "POST", "GET, HEAD, POST"};
+    if ((methods & wanted) == 0) return {405, "that method is not for this path", "Allow", allowed[methods]};
+    return has_form(each) ? check_body(each) : error_reply{};
 }
 
 MHD_Result zel_web_server::serve(MHD_Connection *mhd, request &each)
 {
     if (before_request_ != nullptr) before_request_(user_data_);
-    if (!has_body(each)) each.body.clear();
     if (each.path == events_.path) return give_events(mhd, each);
     if (const document *const row = find_document(each.path); row != nullptr) return give_document(mhd, each, *row);
     const zel_web_url_handler_t *const handler = zel_web_server_find_handler(each.path.c_str());

@@ -128,7 +128,7 @@ MHD_Result static_files::give(MHD_Connection *mhd, request &each)
     if (path.empty() || path.ends_with('/')) path += "index.html";
     struct stat info {};
     unique_fd file = folder_ ? open_below(path, info) : unique_fd();
-    if (!file) return send_error(mhd, each, 404, "there is no such page");
+    if (!file) return send_error(mhd, each, {404, "there is no such page", nullptr, ""});
     return send_file(mhd, each, std::move(file), info, path);
 }
 
