@@ -162,6 +162,7 @@ TEST_F(two_daemons, let_one_have_a_name_and_the_other_one_wait_for_it)
 {
     b.publish("shared name");
     ASSERT_TRUE(await_a("shared name at 127.0.0.3:9000 \"path=/a/b\""));
+    b.serve_for(std::chrono::seconds(3));   // a responder defends no record that it has announced within the last second
     a.publish("shared name", 9500);
     ASSERT_TRUE(await_a("collision shared name"));
     b.unpublish("shared name");
