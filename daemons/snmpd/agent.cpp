@@ -58,8 +58,10 @@ void agent::row_appeared(table_id table, uint32_t index)
     notifications_.row_touched(table, index);
 }
 
+// A row that could not be added for want of memory is added now.
 void agent::row_changed(table_id table, uint32_t index)
 {
+    objects_.add_row(table, index);
     notifications_.row_touched(table, index);
 }
 

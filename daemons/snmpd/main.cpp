@@ -2,16 +2,14 @@
 #include "agent.h"
 #include "command_line.h"
 
+#include "common/program_start.h"
 #include "common/unit_root.h"
 #include "service_notify.h"
 #include "settings_reading.h"
 
-#include <fcntl.h>
-#include <unistd.h>
 #include <zel_debug.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,27 +24,6 @@ enum exit_status { ended_as_asked = 0, could_not_run = 1, wrong_command_line = 2
 
 constexpr std::string_view configuration_folder = "/etc/zel/snmp", persistent_folder = "/var/lib/zel/snmp";
 constexpr std::string_view serial_path = "/etc/zel/serial";
-
-// A descriptor below 3 that is closed would be given to a socket, which every careless print would then write to.
-void open_standard_streams()
-{
-    while (true) {
-        const int fd = open("/dev/null", O_RDWR);
-        if (fd < 0) return;
-        if (fd > STDERR_FILENO) {
-            close(fd);
-            return;
-        }
-    }
-}
-
-bool enter_root(const std::string &root)
-{
-    char absolute[PATH_MAX];
-    if (realpath(root.c_str(), absolute) != nullptr) return setenv("ZEL_ROOT", absolute, 1) == 0;
-    std::fprintf(stderr, "zel_snmpd: %s: %s\n", root.c_str(), std::strerror(errno));
-    return false;
-}
 
 int print(const std::string &text)
 {
@@ -107,7 +84,10 @@ int run(int count, char **words)
     }
     if (line->what == task::help) return print(usage);
     if (line->what == task::version) return print("zel_snmpd " ZEL_VERSION "\n");
-    if (line->root && !enter_root(*line->root)) return could_not_run;
+    if (line->root && !zel::enter_unit_root(*line->root)) {
+        std::fprintf(stderr, "zel_snmpd: %s: %s\n", line->root->c_str(), std::strerror(errno));
+        return could_not_run;
+    }
     const std::string path = zel::below_unit_root(zel::unit_file_path);
     zel::unit_settings settings;
     if (!read_or_complain(path, settings)) return wrong_settings;
@@ -118,7 +98,7 @@ int run(int count, char **words)
 
 int main(int count, char **words)
 {
-    open_standard_streams();
+    zel::open_standard_streams();
     try {
         return run(count, words);
     } catch (const std::bad_alloc &) {

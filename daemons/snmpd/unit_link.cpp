@@ -40,9 +40,23 @@ bool unit_link::open(const std::string &server)
     return server_ != nullptr;
 }
 
+// No exception may leave the callbacks. What went wrong is put right by having everything told again.
+template <typename work>
+void unit_link::guarded(const work &run)
+{
+    try {
+        run();
+    } catch (const std::bad_alloc &) {
+        log_message(0, "%s: Out of memory; something that the unit told is lost\n", __func__);
+        incomplete_ = true;
+        quiet_since_ = now_ms_;
+    }
+}
+
 void unit_link::connected(zel_ipc_server_t *server, void *link, const zel_ipc_peer_t *peer)
 {
-    if (std::strcmp(peer->name, unit_name) == 0) return static_cast<unit_link *>(link)->take_link(*peer);
+    auto &self = *static_cast<unit_link *>(link);
+    if (std::strcmp(peer->name, unit_name) == 0) return self.guarded([&] { self.take_link(*peer); });
     log_message(1, "%s: Ending the link of '%s' (process %d), which is no unit\n", __func__, peer->name, peer->pid);
     (void)zel_ipc_server_disconnect(server, peer->id);
 }
@@ -50,21 +64,14 @@ void unit_link::connected(zel_ipc_server_t *server, void *link, const zel_ipc_pe
 void unit_link::message(zel_ipc_server_t *, void *link, const zel_ipc_peer_t *peer, uint8_t type, const void *payload,
                         uint32_t length)
 {
-    auto *const self = static_cast<unit_link *>(link);
-    if (peer->id != self->peer_) return;
-    try {
-        self->take_message(type, payload, length);
-    } catch (const std::bad_alloc &) {
-        log_message(0, "%s: Out of memory; a message of type %u is lost\n", __func__, type);
-        self->incomplete_ = true;
-        self->quiet_since_ = self->now_ms_;
-    }
+    auto &self = *static_cast<unit_link *>(link);
+    if (peer->id == self.peer_) self.guarded([&] { self.take_message(type, payload, length); });
 }
 
 void unit_link::disconnected(zel_ipc_server_t *, void *link, const zel_ipc_peer_t *peer)
 {
-    auto *const self = static_cast<unit_link *>(link);
-    if (peer->id == self->peer_) self->lose_link();
+    auto &self = *static_cast<unit_link *>(link);
+    if (peer->id == self.peer_) self.guarded([&] { self.lose_link(); });
 }
 
 void unit_link::take_link(const zel_ipc_peer_t &peer)

@@ -49,6 +49,8 @@ private:
     static void message(zel_ipc_server_t *, void *link, const zel_ipc_peer_t *peer, uint8_t type, const void *payload,
                         uint32_t length);
     static void disconnected(zel_ipc_server_t *, void *link, const zel_ipc_peer_t *peer);
+    template <typename work>
+    void guarded(const work &run);
     void take_link(const zel_ipc_peer_t &peer);
     void take_message(uint8_t type, const void *payload, uint32_t length);
     void take_reply(int32_t tag, int32_t result);
