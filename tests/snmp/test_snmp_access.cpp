@@ -223,3 +223,17 @@ TEST(snmp_program, ends_on_both_signals)
         EXPECT_FALSE(std::filesystem::exists(a.root.path() + "/run/zel/snmp_gpio"));
     }
 }
+
+TEST(snmp_program, listens_on_an_address_of_version_6)
+{
+    const unit_root root;
+    // No other test listens on the loopback address of version 6.
+    root.write_settings(", \"snmp_agent\": {\"address\": \"::1\", \"port\": 21161}");
+    agent_process agent(root);
+    ASSERT_TRUE(agent.ready());
+    const temp_folder scratch;
+    const run_result result = run({"snmpget", "-v2c", "-c", "public", "-t", "3", "-r", "0", "-Oqv", "udp6:[::1]:21161", "zelUnitState.0"},
+                                  tool_environment(scratch.path()));
+    EXPECT_EQ(result.out, "away\n") << result.err;
+    EXPECT_EQ(agent.stop(), 0);
+}

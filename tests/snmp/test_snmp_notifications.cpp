@@ -151,3 +151,44 @@ TEST(snmp_notifications, are_limited_in_a_flood_whose_last_state_is_told)
     EXPECT_EQ(reader.get("zelGpiState.1"), "on");
     EXPECT_EQ(reader.get("zelGpiState.2"), "on");
 }
+
+TEST(snmp_notifications, of_version_3_reach_a_receiver_that_knows_the_user)
+{
+    const unit_root root;
+    write_small_unit(root);
+    root.write_settings(agent_settings() + small_unit_settings());
+    write_file(root.path() + "/etc/zel/serial", "0123456789ab\n");
+    const std::string user = "SHA-256 \"operator pass\" AES \"private pass\"\n";
+    write_agent_configuration(root, open_configuration() + "trapsess -v 3 -u operator -a SHA-256 -A \"operator pass\" -x AES -X " +
+                                        "\"private pass\" -l authPriv " + own_address() + ":" + std::to_string(sink_port) + "\n");
+    // The engine id is the enterprise's number and the serial number as text.
+    trap_receiver receiver("createUser -e 0x80007ed904303132333435363738396162 operator " + user + "authUser log operator priv\n");
+    const unit_process unit(root);
+    const agent_process agent(root);
+    ASSERT_TRUE(receiver.ready() && unit.ready() && agent.ready());
+    EXPECT_TRUE(receiver.await({"zelUnitStateChange", "zelUnitState.0 = INTEGER: present(3)"})) << receiver.seen();
+    ASSERT_EQ(zelctl(root, {"press", "1"}).status, 0);
+    EXPECT_TRUE(receiver.await({"zelGpiStateChange", "zelGpiState.1 = INTEGER: on(1)"})) << receiver.seen();
+}
+
+TEST(snmp_notifications, to_nobody_do_not_hold_up_the_agent)
+{
+    unit_root root;
+    write_small_unit(root);
+    write_agent_configuration(root, open_configuration() + "trapsess -v 3 -u operator -a SHA-256 -A \"operator pass\" -x AES -X " +
+                                        "\"private pass\" -l authPriv " + own_address() + ":9\n");
+    const agent_process agent(root);
+    scripted_unit unit(root);
+    ASSERT_TRUE(agent.ready() && unit.await_link());
+    unit.tell_all();
+    unit.settle();
+    const manager reader;
+    for (int round = 0; round < 20; ++round) {
+        wire_port port{};
+        port.type = 1;
+        port.state = round % 2;
+        unit.send(7, port);
+        unit.settle();
+        ASSERT_EQ(reader.get("zelGpiState.1"), round % 2 != 0 ? "on" : "off") << "one question, and no second attempt";
+    }
+}
