@@ -6,13 +6,18 @@ const executable = '/usr/bin/chromium';
 
 // No name is looked up: the browser would ask for its maker's hosts.
 export function launch() {
-    return chromium.launch({executablePath: executable, headless: true, args: ['--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE 127.0.0.1, EXCLUDE 127.0.0.2, EXCLUDE 127.0.0.3']});
+    return chromium.launch({
+        executablePath: executable,
+        headless: true,
+        args: ['--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE 127.0.0.1, EXCLUDE 127.0.0.2, EXCLUDE 127.0.0.3'],
+    });
 }
 
 // Everything that any page complains about, over all parts.
 export const complaints = [];
 
-// The browser reports each status above 399 as an error of its own. 501 is how the unit answers a connection of an input to a handler.
+// The browser reports each status above 399 as an error of its own. 501 is how the unit answers when an input is connected to a
+// handler.
 const is_expected = (text, url) => /status of 501/.test(text) && /\/cgi\/gpio(Conn|Grid)\.cgi/.test(url);
 
 // expected: what the part provokes, as a pattern; a part that ends the unit sees refused connections.
@@ -44,7 +49,12 @@ export const column = (page, name) => page.locator(`[role=columnheader][aria-lab
 // Until a cell's label says this behind the names.
 export async function cell_says(page, input, output, words) {
     const label = `${input} to ${output}, ${words}`;
-    await until(async () => await page.locator(`[role=gridcell][aria-label=${quoted(label)}]`).count() === 1, `the cell "${label}", which says: ${await cell(page, input, output).getAttribute('aria-label').catch(() => 'nothing')}`);
+    await until(
+        async () => (await page.locator(`[role=gridcell][aria-label=${quoted(label)}]`).count()) === 1,
+        `the cell "${label}", which says: ${await cell(page, input, output)
+            .getAttribute('aria-label')
+            .catch(() => 'nothing')}`
+    );
 }
 
 export async function header_says(header, words) {
@@ -56,11 +66,15 @@ export async function message_says(page, text) {
 }
 
 export async function no_refusal(page) {
-    expect(await page.locator('#toasts .toast.failed').count() === 0, `something was refused: ${await page.locator('#toasts').textContent()}`);
+    expect(
+        (await page.locator('#toasts .toast.failed').count()) === 0,
+        `something was refused: ${await page.locator('#toasts').textContent()}`
+    );
 }
 
 export const dialog = (page) => page.locator('dialog[open]').last();
 // A radio button of the dialog by the word it begins with; what it means follows.
 export const option = (page, word) => dialog(page).getByRole('radio', {name: new RegExp(`^${word}`)});
 export const dialog_closes = (page) => page.waitForFunction(() => document.querySelector('dialog[open]') === null);
-export const active_label = (page) => page.evaluate(() => document.activeElement?.getAttribute('aria-label') ?? document.activeElement?.id ?? '');
+export const active_label = (page) =>
+    page.evaluate(() => document.activeElement?.getAttribute('aria-label') ?? document.activeElement?.id ?? '');

@@ -11,7 +11,13 @@ async function clean(page, what) {
     await page.evaluate(axe);
     const {violations, passes} = await page.evaluate((tags) => window.axe.run(document, {runOnly: tags}), rules);
     expect(passes.length > 10, `only ${passes.length} rules applied to ${what}`);
-    const told = violations.map((one) => `${one.id}: ${one.help}: ${one.nodes.slice(0, 3).map((node) => `${node.target} ${node.failureSummary}`).join(' | ')}`);
+    const told = violations.map(
+        (one) =>
+            `${one.id}: ${one.help}: ${one.nodes
+                .slice(0, 3)
+                .map((node) => `${node.target} ${node.failureSummary}`)
+                .join(' | ')}`
+    );
     expect(violations.length === 0, `${what}: ${told.join('\n')}`);
 }
 
@@ -66,7 +72,12 @@ export async function accessibility({browser, programs}) {
     });
     await set_up(unit);
     await unit.control('set-port', 'Virtual Port 1', 'input');
-    for (const [input, output, ...invert] of [['GPI 1', 'Record'], ['GPI 1', 'Relay 1', '--invert'], ['Talk', 'Listen'], ['Listen', 'Talk']]) {
+    for (const [input, output, ...invert] of [
+        ['GPI 1', 'Record'],
+        ['GPI 1', 'Relay 1', '--invert'],
+        ['Talk', 'Listen'],
+        ['Listen', 'Talk'],
+    ]) {
         await unit.control('connect', input, output, ...invert);
     }
     for (const [name, options] of appearances) {

@@ -7,33 +7,43 @@ const upto = (count) => Array.from({length: count}, (_, i) => i).join(',');
 
 // The longest pause between two frames while the grid is scrolled from one corner to the other, and how many frames it took.
 function scroll_through(page) {
-    return page.evaluate(() => new Promise((resolve) => {
-        const grid = document.getElementById('grid');
-        const steps = 90;
-        let step = 0;
-        let before = performance.now();
-        const gaps = [];
-        const turn = () => {
-            const now = performance.now();
-            gaps.push(now - before);
-            before = now;
-            if (++step > steps) return resolve(gaps.slice(1).sort((a, b) => a - b));
-            grid.scrollTo((grid.scrollWidth * step) / steps, (grid.scrollHeight * step) / steps);
-            requestAnimationFrame(turn);
-        };
-        requestAnimationFrame(turn);
-    }));
+    return page.evaluate(
+        () =>
+            new Promise((resolve) => {
+                const grid = document.getElementById('grid');
+                const steps = 90;
+                let step = 0;
+                let before = performance.now();
+                const gaps = [];
+                const turn = () => {
+                    const now = performance.now();
+                    gaps.push(now - before);
+                    before = now;
+                    if (++step > steps) return resolve(gaps.slice(1).sort((a, b) => a - b));
+                    grid.scrollTo((grid.scrollWidth * step) / steps, (grid.scrollHeight * step) / steps);
+                    requestAnimationFrame(turn);
+                };
+                requestAnimationFrame(turn);
+            })
+    );
 }
 
 export async function big({browser, programs}) {
-    const settings = {friendly_name: 'Big', relays: {base_pin: 300, count: 10}, handlers: numbered(200, 'Handler').map((name) => ({name})), triggers: numbered(195, 'Event')};
+    const settings = {
+        friendly_name: 'Big',
+        relays: {base_pin: 300, count: 10},
+        handlers: numbered(200, 'Handler').map((name) => ({name})),
+        triggers: numbered(195, 'Event'),
+    };
     const unit = await new Unit(programs, settings).start();
     await unit.post('/cgi/gpioGrid.cgi', {gpioType: 'event', gpioPort: upto(200), newState: 1});
     await unit.post('/cgi/gpioGrid.cgi', {gpioType: 'event', gpioPort: upto(200), newState: 2});
     await unit.post('/cgi/gpioGrid.cgi', {gpioType: 'relay', gpioPort: upto(10), newState: 2});
     for (let i = 1; i <= 190; i += 7) await unit.control('connect', `Event ${i}`, `Handler ${200 - i}`);
     const page = await open_page(browser, unit.url);
-    const sizes = await page.evaluate(() => ['aria-rowcount', 'aria-colcount'].map((name) => Number(document.getElementById('grid').getAttribute(name)) - 1));
+    const sizes = await page.evaluate(() =>
+        ['aria-rowcount', 'aria-colcount'].map((name) => Number(document.getElementById('grid').getAttribute(name)) - 1)
+    );
 
     await check('some 200 rows and 200 columns are there, and only those in the window are drawn', async () => {
         expect(sizes[0] >= 199 && sizes[1] >= 200, `the grid has ${sizes.join(' by ')} cells`);
@@ -45,12 +55,20 @@ export async function big({browser, programs}) {
         await cell(page, 'Event 1', 'Handler 1').focus();
         await page.keyboard.press('Control+End');
         await until(async () => (await active_label(page)).startsWith('Event 195 to Relay 10'), 'the last cell');
-        const place = await page.evaluate(() => [document.activeElement.parentElement.getAttribute('aria-rowindex'), document.activeElement.getAttribute('aria-colindex')].map(Number));
+        const place = await page.evaluate(() =>
+            [
+                document.activeElement.parentElement.getAttribute('aria-rowindex'),
+                document.activeElement.getAttribute('aria-colindex'),
+            ].map(Number)
+        );
         equal(place, [sizes[0] + 1, sizes[1] + 1], 'its indexes');
-        expect(await page.evaluate(() => {
-            const box = document.activeElement.getBoundingClientRect();
-            return document.activeElement.contains(document.elementFromPoint(box.x + box.width / 2, box.y + box.height / 2));
-        }), 'the active cell is covered');
+        expect(
+            await page.evaluate(() => {
+                const box = document.activeElement.getBoundingClientRect();
+                return document.activeElement.contains(document.elementFromPoint(box.x + box.width / 2, box.y + box.height / 2));
+            }),
+            'the active cell is covered'
+        );
     });
 
     await check('a cell in the far corner is connected, and levels arrive there', async () => {
@@ -69,17 +87,31 @@ export async function big({browser, programs}) {
     });
 
     await check('rows and cells are drawn in their order wherever one has scrolled to', async () => {
-        for (const [x, y] of [[3000, 500], [100, 6000], [2500, 2500], [0, 0], [9999, 9999], [1200, 3100]]) {
-            await page.evaluate(([left, top]) => new Promise((resolve) => {
-                document.getElementById('grid').scrollTo(left, top);
-                requestAnimationFrame(() => requestAnimationFrame(resolve));
-            }), [x, y]);
+        for (const [x, y] of [
+            [3000, 500],
+            [100, 6000],
+            [2500, 2500],
+            [0, 0],
+            [9999, 9999],
+            [1200, 3100],
+        ]) {
+            await page.evaluate(
+                ([left, top]) =>
+                    new Promise((resolve) => {
+                        document.getElementById('grid').scrollTo(left, top);
+                        requestAnimationFrame(() => requestAnimationFrame(resolve));
+                    }),
+                [x, y]
+            );
             const orders = await page.evaluate(() => {
                 const numbers = (elements, name) => [...elements].map((element) => Number(element.getAttribute(name)));
                 const ascending = (list) => list.every((value, i) => i === 0 || value > list[i - 1]);
                 const rows = [...document.querySelectorAll('.body [role=row]')];
-                return [ascending(numbers(rows, 'aria-rowindex')), rows.every((row) => ascending(numbers(row.children, 'aria-colindex'))),
-                    new Set(rows.map((row) => row.children.length)).size];
+                return [
+                    ascending(numbers(rows, 'aria-rowindex')),
+                    rows.every((row) => ascending(numbers(row.children, 'aria-colindex'))),
+                    new Set(rows.map((row) => row.children.length)).size,
+                ];
             });
             equal(orders, [true, true, 1], `the order at ${x}, ${y}`);
         }
@@ -88,14 +120,17 @@ export async function big({browser, programs}) {
     await check('scrolling through it all draws everything on the way; the pauses are printed', async () => {
         const gaps = await scroll_through(page);
         expect(gaps.length === 90, `${gaps.length} frames`);
-        console.log(`figure: scrolling through ${sizes.join(' by ')} cells: a frame takes ${gaps[45].toFixed(1)} ms in the middle, ${gaps.at(-1).toFixed(1)} ms at most`);
+        console.log(
+            `figure: scrolling through ${sizes.join(' by ')} cells: a frame takes ` +
+                `${gaps[45].toFixed(1)} ms in the middle, ${gaps.at(-1).toFixed(1)} ms at most`
+        );
         await cell(page, 'Event 195', 'Relay 10').waitFor();
     });
 
     await check('filters find one of many', async () => {
         await page.keyboard.press('/');
         await page.keyboard.type('event 113');
-        await until(async () => await page.locator('[role=rowheader]').count() === 1, 'one row');
+        await until(async () => (await page.locator('[role=rowheader]').count()) === 1, 'one row');
         await page.locator('#filter_outputs').fill('handler 87');
         await cell(page, 'Event 113', 'Handler 87').waitFor();
         await cell_says(page, 'Event 113', 'Handler 87', 'connected, off');

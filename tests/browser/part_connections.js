@@ -90,24 +90,34 @@ export async function connections({browser, programs}) {
 
     await check('the row and the column of the pointed cell are highlighted', async () => {
         await cell(page, 'Talk', 'Relay 1').hover();
-        await until(async () => await page.locator('.row_head.pointed').count() === 1 && await page.locator('.column.pointed').count() === 1, 'one highlighted row and column');
-        expect(await row(page, 'Talk').evaluate((element) => element.classList.contains('pointed')), 'another row is highlighted');
-        expect(await column(page, 'Relay 1').evaluate((element) => element.classList.contains('pointed')), 'another column is highlighted');
+        await until(
+            async () =>
+                (await page.locator('.row_head.pointed').count()) === 1 && (await page.locator('.column.pointed').count()) === 1,
+            'one highlighted row and column'
+        );
+        expect(
+            await row(page, 'Talk').evaluate((element) => element.classList.contains('pointed')),
+            'another row is highlighted'
+        );
+        expect(
+            await column(page, 'Relay 1').evaluate((element) => element.classList.contains('pointed')),
+            'another column is highlighted'
+        );
     });
 
     await check('filters leave what matches, and connected items alone on request', async () => {
         const rows = () => page.locator('[role=rowheader]').count();
         await page.locator('#filter_inputs').fill('port 2');
-        await until(async () => await rows() === 1, 'one row');
+        await until(async () => (await rows()) === 1, 'one row');
         await page.locator('#filter_outputs').fill('relay');
-        await until(async () => await page.locator('.column').count() === 2, 'two columns');
+        await until(async () => (await page.locator('.column').count()) === 2, 'two columns');
         await page.locator('#filter_inputs').fill('nothing has this name');
         await page.getByText('Nothing matches the filter').waitFor();
         await page.getByText('Show everything').click();
         await page.locator('#connected_only').check();
-        await until(async () => await rows() === 2, 'the two rows with connections');
+        await until(async () => (await rows()) === 2, 'the two rows with connections');
         await page.locator('#connected_only').uncheck();
-        await until(async () => await rows() === 6, 'all rows');
+        await until(async () => (await rows()) === 6, 'all rows');
     });
 
     await check('connections are still there after a restart of the unit', async () => {

@@ -15,7 +15,11 @@ export async function items({browser, programs}) {
         await dialog(page).getByRole('button', {name: 'Add 1 input'}).click();
         await dialog_closes(page);
         await page.getByText('No outputs yet').waitFor();
-        equal((await unit.grid()).inputs.map((item) => item.name), ['On Air'], 'inputs');
+        equal(
+            (await unit.grid()).inputs.map((item) => item.name),
+            ['On Air'],
+            'inputs'
+        );
     });
 
     await set_up(unit);
@@ -30,20 +34,34 @@ export async function items({browser, programs}) {
         await header_says(row(page, 'Physical Port 5'), 'Latching, off');
         await header_says(row(page, 'User Button 1'), 'Latching, off');
         await header_says(row(page, 'Cough Port 2'), 'Momentary, off');
-        const modes = (await unit.grid()).inputs.filter((item) => ['Physical Port 5', 'Cough Port 2', 'User Button 1'].includes(item.name)).map((item) => item.input_mode);
+        const modes = (await unit.grid()).inputs
+            .filter((item) => ['Physical Port 5', 'Cough Port 2', 'User Button 1'].includes(item.name))
+            .map((item) => item.input_mode);
         equal(modes, [0, 1, 0], 'input modes');
     });
 
     await check('relays, LEDs and virtual ports are added as outputs; cough ports and buttons are not offered', async () => {
         await page.locator('#add_output').click();
         for (const name of ['Relay 3', 'User LED 2', 'Virtual Port 1']) await choice(page, name).check();
-        equal(await dialog(page).getByText(/Cough Port|User Button/).count(), 0, 'cough ports and buttons among the outputs');
+        equal(
+            await dialog(page)
+                .getByText(/Cough Port|User Button/)
+                .count(),
+            0,
+            'cough ports and buttons among the outputs'
+        );
         await dialog(page).getByRole('button', {name: 'Add 3 outputs'}).click();
         await dialog_closes(page);
         for (const name of ['Relay 3', 'User LED 2', 'Virtual Port 1']) await column(page, name).waitFor();
         await page.locator('#add_input').click();
         await choice(page, 'Cough Port 1').waitFor();
-        equal(await dialog(page).getByText(/User LED/).count(), 0, 'LEDs among the inputs');
+        equal(
+            await dialog(page)
+                .getByText(/User LED/)
+                .count(),
+            0,
+            'LEDs among the inputs'
+        );
         await page.keyboard.press('Escape');
         await dialog_closes(page);
     });
@@ -137,7 +155,7 @@ export async function items({browser, programs}) {
             await page.keyboard.press('Delete');
             const question = dialog(page).getByRole('button', {name: 'Remove', exact: true});
             await Promise.race([question.waitFor(), header.waitFor({state: 'detached'})]);
-            if (await question.count() > 0) await question.click();
+            if ((await question.count()) > 0) await question.click();
             await header.waitFor({state: 'detached'});
         }
         const grid = await unit.grid();
@@ -153,7 +171,8 @@ export async function items({browser, programs}) {
     });
 
     await check('a refusal is shown in the dialog where it happened', async () => {
-        const refuse = (route) => (route.request().method() === 'POST' ? route.fulfill({status: 501, body: '{}'}) : route.continue());
+        const refuse = (route) =>
+            route.request().method() === 'POST' ? route.fulfill({status: 501, body: '{}'}) : route.continue();
         await page.route('**/cgi/gpioGrid.cgi**', refuse);
         await row(page, 'Physical Port 5').click();
         await option(page, 'Output').check();

@@ -9,7 +9,11 @@ export async function keyboard({browser, programs}) {
     const keys = async (...names) => {
         for (const name of names) await page.keyboard.press(name);
     };
-    const at = async (start) => until(async () => (await active_label(page)).startsWith(start), `the focus on "${start}"; it is on "${await active_label(page)}"`);
+    const at = async (start) =>
+        until(
+            async () => (await active_label(page)).startsWith(start),
+            `the focus on "${start}"; it is on "${await active_label(page)}"`
+        );
 
     await check('the grid is one tab stop', async () => {
         const stops = [];
@@ -73,11 +77,11 @@ export async function keyboard({browser, programs}) {
     await check('/ filters, Enter goes back to the grid, Escape empties the filter', async () => {
         await keys('/');
         await page.keyboard.type('port 3');
-        await until(async () => await page.locator('[role=rowheader]').count() === 1, 'one row');
+        await until(async () => (await page.locator('[role=rowheader]').count()) === 1, 'one row');
         await keys('Enter');
         await at('Physical Port 3 to Record');
         await keys('/', 'Escape');
-        await until(async () => await page.locator('[role=rowheader]').count() === 6, 'all rows');
+        await until(async () => (await page.locator('[role=rowheader]').count()) === 6, 'all rows');
         await at('Physical Port 3 to Record');
     });
 
@@ -98,11 +102,17 @@ export async function keyboard({browser, programs}) {
         await keys('ArrowDown', 'Enter');
         await dialog_closes(page);
         await column(page, 'Physical Port 3').waitFor();
-        expect((await unit.grid()).outputs.some((item) => item.name === 'Physical Port 3'), 'the unit has no such output');
+        expect(
+            (await unit.grid()).outputs.some((item) => item.name === 'Physical Port 3'),
+            'the unit has no such output'
+        );
         await column(page, 'Physical Port 3').focus();
         await keys('Delete');
         await column(page, 'Physical Port 3').waitFor({state: 'detached'});
-        await until(async () => await page.evaluate(() => document.activeElement.closest('#grid') !== null), 'the focus in the grid');
+        await until(
+            async () => await page.evaluate(() => document.activeElement.closest('#grid') !== null),
+            'the focus in the grid'
+        );
     });
 
     await check('an input is added by keyboard and has the focus then', async () => {

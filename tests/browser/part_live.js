@@ -2,7 +2,12 @@
 import {check, equal, expect, set_up, small_unit, Unit, until} from './support.js';
 import {cell, cell_says, header_says, is_live, is_stale, lost_connections, message_says, open_page, row} from './pages.js';
 
-const shown = (page) => page.evaluate(() => [...document.querySelectorAll('[role=rowheader], [role=columnheader], [role=gridcell]')].map((element) => element.getAttribute('aria-label')));
+const shown = (page) =>
+    page.evaluate(() =>
+        [...document.querySelectorAll('[role=rowheader], [role=columnheader], [role=gridcell]')].map((element) =>
+            element.getAttribute('aria-label')
+        )
+    );
 
 export async function live({browser, programs}) {
     const unit = await new Unit(programs, small_unit).start();
@@ -60,7 +65,9 @@ export async function live({browser, programs}) {
 
     await check('levels that change while the grid is on its way are not lost', async () => {
         let release;
-        const held = new Promise((resolve) => { release = resolve; });
+        const held = new Promise((resolve) => {
+            release = resolve;
+        });
         const hold = async (route) => {
             const answer = await route.fetch();
             await held;
@@ -86,7 +93,10 @@ export async function live({browser, programs}) {
         await unit.launch();
         await is_live(panel);
         await unit.control('press', '1');
-        await until(async () => /pressed/.test(await panel.locator('.tile', {hasText: 'Physical Port 1'}).first().textContent()), 'a pressed pin');
+        await until(
+            async () => /pressed/.test(await panel.locator('.tile', {hasText: 'Physical Port 1'}).first().textContent()),
+            'a pressed pin'
+        );
         await panel.context().close();
     });
     expect(unit.running, 'the unit has ended');

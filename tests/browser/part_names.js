@@ -9,22 +9,32 @@ const turned = 'abc \u202egnp.exe';
 const combined = 'Zal\u0334\u0335\u0336go & <b>bold</b> ${hit} {{hit}}';
 
 export async function names({browser, programs}) {
-    const settings = {...small_unit, friendly_name: image, handlers: [{name: image}, {name: script}], triggers: [script, wide, turned, combined]};
+    const settings = {
+        ...small_unit,
+        friendly_name: image,
+        handlers: [{name: image}, {name: script}],
+        triggers: [script, wide, turned, combined],
+    };
     const unit = await new Unit(programs, settings).start();
     await set_up(unit);
-    const free = {triggers: (await unit.post_free(0)).triggers, handlers: (await unit.post_free(1)).handlers};
+    const free = {triggers: (await unit.free_items(0)).triggers, handlers: (await unit.free_items(1)).handlers};
     const ids = (list) => list.map((item) => item.index).join(',');
     await unit.post('/cgi/gpioGrid.cgi', {gpioType: 'event', gpioPort: ids(free.triggers), newState: 1});
     await unit.post('/cgi/gpioGrid.cgi', {gpioType: 'event', gpioPort: ids(free.handlers), newState: 2});
     const page = await open_page(browser, unit.url);
     const harmless = async (where) => {
-        equal(await where.evaluate(() => [window.hit ?? 'none', document.querySelectorAll('img, script:not([src]), b').length]), ['none', 0], 'markup from names');
+        equal(
+            await where.evaluate(() => [window.hit ?? 'none', document.querySelectorAll('img, script:not([src]), b').length]),
+            ['none', 0],
+            'markup from names'
+        );
     };
 
-    await check('rows, columns, cells and the page\'s title show names as they are', async () => {
-        for (const name of [script, wide, turned, combined]) equal(await row(page, name).locator('.name').textContent(), name, 'a row');
+    await check("rows, columns, cells and the page's title show names as they are", async () => {
+        for (const name of [script, wide, turned, combined])
+            equal(await row(page, name).locator('.name').textContent(), name, 'a row');
         equal(await column(page, image).locator('.name').textContent(), image, 'a column');
-        equal(await page.locator('#unit_name').textContent(), image, 'the unit\'s name');
+        equal(await page.locator('#unit_name').textContent(), image, "the unit's name");
         expect((await page.title()).includes(image), 'the title lacks the name');
         await harmless(page);
     });
@@ -68,7 +78,7 @@ export async function names({browser, programs}) {
         const panel = await open_page(browser, `${unit.url}/panel.html`);
         await unit.control('event', script, 'on');
         await panel.locator('#events li', {hasText: script}).first().waitFor();
-        equal(await panel.locator('#unit_name').textContent(), image, 'the unit\'s name');
+        equal(await panel.locator('#unit_name').textContent(), image, "the unit's name");
         await harmless(panel);
         await panel.context().close();
     });

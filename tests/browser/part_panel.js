@@ -3,7 +3,11 @@ import {check, equal, expect, set_up, small_unit, Unit, until} from './support.j
 import {cell_says, column, header_says, open_page, row} from './pages.js';
 
 const tile = (page, name) => page.locator('.tile', {has: page.getByText(name, {exact: true})});
-const lamp_says = (page, name, text) => tile(page, name).locator('.lamp').filter({hasText: new RegExp(`^${text}$`)}).waitFor();
+const lamp_says = (page, name, text) =>
+    tile(page, name)
+        .locator('.lamp')
+        .filter({hasText: new RegExp(`^${text}$`)})
+        .waitFor();
 const press = (page, name) => page.getByRole('button', {name: `Press ${name}`, exact: true});
 const latch = (page, name) => page.getByRole('button', {name: `Latch ${name}`, exact: true});
 
@@ -33,22 +37,25 @@ export async function panel({browser, programs}) {
     const page = await open_page(browser, `${unit.url}/panel.html`);
     const grid = await open_page(browser, unit.url);
 
-    await check('a pin that is pressed on the panel turns on row, cell, column and relay, and off when it is let go', async () => {
-        await lamp_says(page, 'Relay 1', 'off');
-        await press(page, 'Physical Port 1').hover();
-        await page.mouse.down();
-        await lamp_says(page, 'Physical Port 1', 'pressed');
-        await lamp_says(page, 'Relay 1', 'on');
-        await header_says(row(grid, 'Physical Port 1'), 'Momentary, on');
-        await cell_says(grid, 'Physical Port 1', 'Relay 1', 'connected, on');
-        await header_says(column(grid, 'Relay 1'), 'on');
-        await header_says(column(grid, 'Record'), 'handler, on');
-        await page.mouse.up();
-        await lamp_says(page, 'Physical Port 1', 'open');
-        await lamp_says(page, 'Relay 1', 'off');
-        await cell_says(grid, 'Physical Port 1', 'Relay 1', 'connected, off');
-        await header_says(column(grid, 'Record'), 'handler, off');
-    });
+    await check(
+        'a pin that is pressed on the panel turns on row, cell, column and relay, and off when it is let go',
+        async () => {
+            await lamp_says(page, 'Relay 1', 'off');
+            await press(page, 'Physical Port 1').hover();
+            await page.mouse.down();
+            await lamp_says(page, 'Physical Port 1', 'pressed');
+            await lamp_says(page, 'Relay 1', 'on');
+            await header_says(row(grid, 'Physical Port 1'), 'Momentary, on');
+            await cell_says(grid, 'Physical Port 1', 'Relay 1', 'connected, on');
+            await header_says(column(grid, 'Relay 1'), 'on');
+            await header_says(column(grid, 'Record'), 'handler, on');
+            await page.mouse.up();
+            await lamp_says(page, 'Physical Port 1', 'open');
+            await lamp_says(page, 'Relay 1', 'off');
+            await cell_says(grid, 'Physical Port 1', 'Relay 1', 'connected, off');
+            await header_says(column(grid, 'Record'), 'handler, off');
+        }
+    );
 
     await check('Space holds a pin for as long as it is down', async () => {
         await press(page, 'Physical Port 2').focus();
@@ -91,7 +98,10 @@ export async function panel({browser, programs}) {
     await check('the list of events tells what happened, newest first', async () => {
         await page.getByRole('button', {name: 'Clear'}).click();
         await press(page, 'Physical Port 1').click();
-        await until(async () => (await page.locator('#events li').allTextContents()).some((line) => /GPI 1.*released/.test(line)), 'the release');
+        await until(
+            async () => (await page.locator('#events li').allTextContents()).some((line) => /GPI 1.*released/.test(line)),
+            'the release'
+        );
         const lines = await page.locator('#events li').allTextContents();
         const pressed = lines.findIndex((line) => /GPI 1.*pressed/.test(line));
         const handler = lines.findIndex((line) => /Handler Record on/.test(line));
@@ -99,7 +109,7 @@ export async function panel({browser, programs}) {
     });
 
     await check('a pin that is no input cannot be pressed, and is shown on request', async () => {
-        expect(!await tile(page, 'Physical Port 5').first().isVisible(), 'a disabled port is shown');
+        expect(!(await tile(page, 'Physical Port 5').first().isVisible()), 'a disabled port is shown');
         await page.getByText('Show pins that are not in use').click();
         await press(page, 'Physical Port 5').waitFor();
         expect(await press(page, 'Physical Port 5').isDisabled(), 'a disabled port can be pressed');
@@ -124,8 +134,16 @@ export async function panel({browser, programs}) {
             await cell_says(grid, 'Physical Port 1', 'Relay 1', 'connected, on');
             await header_says(column(grid, 'Relay 1'), 'on');
             const noted = await grid.evaluate(() => window.noted);
-            const wanted = ['Physical Port 1, Momentary, on', 'Physical Port 1 to Relay 1, connected, on', 'Relay 1, on', 'Record, handler, on'];
-            expect(wanted.every((label) => label in noted), `noted were only ${Object.keys(noted)}`);
+            const wanted = [
+                'Physical Port 1, Momentary, on',
+                'Physical Port 1 to Relay 1, connected, on',
+                'Relay 1, on',
+                'Record, handler, on',
+            ];
+            expect(
+                wanted.every((label) => label in noted),
+                `noted were only ${Object.keys(noted)}`
+            );
             times.push(Math.max(...wanted.map((label) => noted[label])) - pressed_at);
             await page.keyboard.up(' ');
             await press(page, 'Physical Port 1').evaluate((button) => button.blur());
@@ -133,7 +151,10 @@ export async function panel({browser, programs}) {
             await header_says(column(grid, 'Record'), 'handler, off');
         }
         times.sort((a, b) => a - b);
-        console.log(`figure: from a press in one browser to the last change in another one: median ${times[5].toFixed(1)} ms, most ${times.at(-1).toFixed(1)} ms of 10`);
+        console.log(
+            'figure: from a press in one browser to the last change in another one: ' +
+                `median ${times[5].toFixed(1)} ms, most ${times.at(-1).toFixed(1)} ms of 10`
+        );
     });
     await page.context().close();
     await grid.context().close();

@@ -5,8 +5,12 @@ import {cell, cell_says, dialog, dialog_closes, header_says, open_page, row} fro
 const image = '<img src=x onerror=window.hit=1>';
 
 export async function sources({browser, programs}) {
-    const studio = await new Unit(programs, {...small_unit, friendly_name: 'Studio A', interface: 'lo'}, '127.0.0.2').start('--with-daemons');
-    const other = await new Unit(programs, {...small_unit, friendly_name: image, interface: 'lo'}, '127.0.0.3').start('--with-daemons');
+    const studio = await new Unit(programs, {...small_unit, friendly_name: 'Studio A', interface: 'lo'}, '127.0.0.2').start(
+        '--with-daemons'
+    );
+    const other = await new Unit(programs, {...small_unit, friendly_name: image, interface: 'lo'}, '127.0.0.3').start(
+        '--with-daemons'
+    );
     await other.control('set-port', 'GPI 1', 'input', '--mode', 'momentary');
     await other.control('set-port', 'Virtual Port 1', 'output');
     await other.control('connect', 'GPI 1', 'vGPO 1');
@@ -15,7 +19,7 @@ export async function sources({browser, programs}) {
     const page = await open_page(browser, studio.url);
 
     await check('a virtual port follows the output of another unit that is chosen in the page', async () => {
-        await until(async () => (await studio.grid()).vgpo_src_list.some(({name}) => name === source), 'the other unit\'s output');
+        await until(async () => (await studio.grid()).vgpo_src_list.some(({name}) => name === source), "the other unit's output");
         await page.locator('#add_input').click();
         await dialog(page).getByRole('checkbox', {name: 'Virtual Port 2', exact: true}).check();
         await dialog(page).locator('select').selectOption(source);
@@ -44,7 +48,7 @@ export async function sources({browser, programs}) {
         await dialog(page).getByRole('button', {name: 'Apply'}).click();
         await dialog_closes(page);
         await header_says(row(page, 'Virtual Port 2'), 'No source, off');
-        equal((await studio.grid()).inputs.find(({name}) => name === 'Virtual Port 2').vgpo_src, '-', 'the unit\'s source');
+        equal((await studio.grid()).inputs.find(({name}) => name === 'Virtual Port 2').vgpo_src, '-', "the unit's source");
     });
     await page.context().close();
     await studio.remove();

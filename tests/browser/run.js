@@ -25,10 +25,12 @@ async function main([build, ...wanted]) {
     await browser.close();
 }
 
-main(process.argv.slice(2)).catch((error) => {
-    results.failed++;
-    console.log(error);
-}).finally(() => {
-    console.log(`${results.passed} passed, ${results.failed} failed`);
-    process.exit(results.failed === 0 && results.passed > 0 ? 0 : 1);
-});
+main(process.argv.slice(2))
+    .catch((error) => {
+        results.failed++;
+        console.log(error);
+    })
+    .finally(() => {
+        console.log(`${results.passed} passed, ${results.failed} failed`);
+        process.exit(results.failed === 0 && results.passed > 0 ? 0 : 1);
+    });

@@ -1,8 +1,9 @@
 #!/bin/sh
 # The unit's pages in headless Chromium against running units.
 #   run_browser.sh BUILD_FOLDER [PART ...]
-# Needs chromium, node and npm; the packages are installed beside the scripts at the first run. The tests run in a network of their
-# own, so that nothing can leave this machine. The last line is "N passed, N failed"; status 77 if this machine cannot run them.
+# Needs chromium, node and npm; the packages are installed beside the scripts at the first run. The tests run in a network of
+# their own, so that nothing can leave this machine. The last line is "N passed, N failed"; status 77 if this machine cannot run
+# them.
 set -eu
 cannot() {
     echo "browser tests: $1"

@@ -1,6 +1,6 @@
 // What all parts share: counting checks, and running units.
 import {spawn, execFile} from 'node:child_process';
-import {mkdtempSync, mkdirSync, readFileSync, rmSync, writeFileSync} from 'node:fs';
+import {mkdtempSync, mkdirSync, rmSync, writeFileSync} from 'node:fs';
 import net from 'node:net';
 import {tmpdir} from 'node:os';
 import path from 'node:path';
@@ -42,15 +42,20 @@ export async function until(ready, what) {
 // Free at this moment, on the address.
 async function free_port(address) {
     return new Promise((resolve, reject) => {
-        const server = net.createServer().on('error', reject).listen(0, address, () => {
-            const {port} = server.address();
-            server.close(() => resolve(port));
-        });
+        const server = net
+            .createServer()
+            .on('error', reject)
+            .listen(0, address, () => {
+                const {port} = server.address();
+                server.close(() => resolve(port));
+            });
     });
 }
 
-const pins = (count, coughs) => Array.from({length: count + coughs}, (_, i) => (
-    i < count ? {in_pin: i + 1, out_pin: i + 101} : {in_pin: i + 1, cough: true}));
+const pins = (count, coughs) =>
+    Array.from({length: count + coughs}, (_, i) =>
+        i < count ? {in_pin: i + 1, out_pin: i + 101} : {in_pin: i + 1, cough: true}
+    );
 
 // Six ports, two cough ports, four relays, four virtual ports, two buttons; nothing is on the grid but Record, Play and On Air.
 export const small_unit = {
@@ -70,7 +75,8 @@ export class Unit {
         this.settings = settings;
         this.address = address;
         this.root = mkdtempSync(path.join(tmpdir(), 'zel_browser_'));
-        for (const folder of ['etc/zel', 'mnt/data/config', 'run/zel']) mkdirSync(path.join(this.root, folder), {recursive: true, mode: 0o700});
+        for (const folder of ['etc/zel', 'mnt/data/config', 'run/zel'])
+            mkdirSync(path.join(this.root, folder), {recursive: true, mode: 0o700});
     }
 
     async start(...options) {
@@ -86,14 +92,23 @@ export class Unit {
     async launch(options = this.options) {
         this.options = options;
         this.log = '';
-        this.child = spawn(path.join(this.programs, 'zel_unit'), ['--root', this.root, ...options], {stdio: ['ignore', 'ignore', 'pipe']});
+        this.child = spawn(path.join(this.programs, 'zel_unit'), ['--root', this.root, ...options], {
+            stdio: ['ignore', 'ignore', 'pipe'],
+        });
         this.ended = new Promise((resolve) => this.child.on('exit', resolve));
-        this.child.stderr.on('data', (data) => { this.log += data; });
+        this.child.stderr.on('data', (data) => {
+            this.log += data;
+        });
         this.running = true;
-        this.ended.then(() => { this.running = false; });
+        this.ended.then(() => {
+            this.running = false;
+        });
         await until(async () => {
             if (!this.running) throw new Error(`the unit ended: ${this.log}`);
-            return fetch(`${this.url}/api/unit`).then((answer) => answer.ok, () => false);
+            return fetch(`${this.url}/api/unit`).then(
+                (answer) => answer.ok,
+                () => false
+            );
         }, 'the unit');
     }
 
@@ -110,7 +125,9 @@ export class Unit {
     // The command-line tool on this unit; rejects when it is refused.
     control(...words) {
         return new Promise((resolve, reject) => {
-            execFile(path.join(this.programs, 'zelctl'), ['--root', this.root, ...words], (error, out, why) => (error ? reject(new Error(why)) : resolve(out)));
+            execFile(path.join(this.programs, 'zelctl'), ['--root', this.root, ...words], (error, out, why) =>
+                error ? reject(new Error(why)) : resolve(out)
+            );
         });
     }
 
@@ -125,13 +142,18 @@ export class Unit {
     // "Physical Port 1>Relay 1", inverted ones with "!" in front, as the unit has them.
     async connections() {
         const grid = await this.grid();
-        const name = (list, item_class, id) => list.find((item) => item.index === id && (item.class === 'event') === (item_class === 'event')
-            && (item.class === 'relay') === (item_class === 'relay'))?.name ?? '?';
-        return grid.connections.map((c) => `${c.invert ? '!' : ''}${name(grid.inputs, c.input_class, c.input_id)}>${name(grid.outputs, c.output_class, c.output_id)}`).sort();
+        const kind = (item_class) => (['event', 'relay'].includes(item_class) ? item_class : 'port');
+        const is = (item, wanted, id) => item.index === id && kind(item.class) === kind(wanted);
+        const name = (list, wanted, id) => list.find((item) => is(item, wanted, id))?.name ?? '?';
+        const words = (c) => {
+            const ends = [name(grid.inputs, c.input_class, c.input_id), name(grid.outputs, c.output_class, c.output_id)];
+            return `${c.invert ? '!' : ''}${ends.join('>')}`;
+        };
+        return grid.connections.map(words).sort();
     }
 
-    saved() {
-        return JSON.parse(readFileSync(path.join(this.root, 'mnt/data/config/config.json'), 'utf8'));
+    async free_items(kind) {
+        return (await fetch(`${this.url}/cgi/gpioGrid.cgi?getFreeGpio=${kind}`)).json();
     }
 }
 
@@ -139,14 +161,18 @@ export class Unit {
 export async function set_up(unit) {
     for (const port of ['GPI 1', 'GPI 2', 'GPI 3']) await unit.control('set-port', port, 'input', '--mode', 'momentary');
     await unit.control('set-port', 'GPI 4', 'output');
-    const {triggers} = await unit.post_free(0);
-    const {handlers} = await unit.post_free(1);
-    const ids = (list, names) => list.filter((item) => names.includes(item.name)).map((item) => item.index).join(',');
+    const {triggers} = await unit.free_items(0);
+    const {handlers} = await unit.free_items(1);
+    const ids = (list, names) =>
+        list
+            .filter((item) => names.includes(item.name))
+            .map((item) => item.index)
+            .join(',');
     await unit.post('/cgi/gpioGrid.cgi', {gpioType: 'event', gpioPort: ids(triggers, ['On Air', 'Talk', 'Listen']), newState: 1});
-    await unit.post('/cgi/gpioGrid.cgi', {gpioType: 'event', gpioPort: ids(handlers, ['Record', 'Play', 'Talk', 'Listen']), newState: 2});
+    await unit.post('/cgi/gpioGrid.cgi', {
+        gpioType: 'event',
+        gpioPort: ids(handlers, ['Record', 'Play', 'Talk', 'Listen']),
+        newState: 2,
+    });
     await unit.post('/cgi/gpioGrid.cgi', {gpioType: 'relay', gpioPort: '0,1', newState: 2});
 }
-
-Unit.prototype.post_free = async function (kind) {
-    return (await fetch(`${this.url}/cgi/gpioGrid.cgi?getFreeGpio=${kind}`)).json();
-};

@@ -1,4 +1,4 @@
-// node take_pictures.js BUILD_FOLDER PROJECT_FOLDER: the pictures for the documents, from the studio example in the middle of a show.
+// node take_pictures.js BUILD_FOLDER PROJECT_FOLDER: the pictures for the documents, of the studio example while a show is on.
 import {copyFileSync, readFileSync, statSync} from 'node:fs';
 import path from 'node:path';
 import {cell, cell_says, column, header_says, launch, open_page, option, row} from './pages.js';
@@ -30,7 +30,7 @@ async function start_gallery() {
 // A show is on: the red light, the recorder, a guest's cough button, and a cue from the gallery.
 async function begin_show(studio) {
     const source = 'vGPO1@Gallery';
-    await until(async () => (await studio.grid()).vgpo_src_list.some(({name}) => name === source), 'the gallery\'s output');
+    await until(async () => (await studio.grid()).vgpo_src_list.some(({name}) => name === source), "the gallery's output");
     await studio.control('set-port', 'Virtual Port 1', 'input', '--source', source);
     await studio.control('connect', 'vGPI 1', 'Talkback');
     await studio.control('connect', 'On Air', 'LED 1');
@@ -68,7 +68,9 @@ async function take_all(browser, studio) {
     await panel.getByRole('button', {name: 'Latch Physical Port 4'}).click();
     await panel.getByRole('button', {name: 'Press User Button 2'}).click();
     await panel.locator('#events li', {hasText: 'User Button 2'}).first().waitFor();
-    await until(async () => await panel.locator('.tile.on', {hasText: 'Physical Port 4'}).count() > 0, 'the latched pin');
+    for (const name of ['Physical Port 4', 'User Button 2']) {
+        await until(async () => (await panel.locator('.tile.on', {hasText: name}).count()) > 0, `a lamp at ${name}`);
+    }
     await take(panel, 'panel');
 }
 

@@ -51,13 +51,31 @@ class AddDialog {
     }
 
     open_empty() {
-        const content = [make('p', {}, `Everything that can be an ${this.side} is on the grid already. A port that is an `
-            + `${this.side === 'input' ? 'output' : 'input'} now can be turned round: choose its name in the grid.`)];
-        open_dialog({title: `Add ${this.side}s`, content, actions: [], close_text: 'Close', on_close: () => this.page.return_focus()});
+        const content = [
+            make(
+                'p',
+                {},
+                `Everything that can be an ${this.side} is on the grid already. A port that is an ` +
+                    `${this.side === 'input' ? 'output' : 'input'} now can be turned round: choose its name in the grid.`
+            ),
+        ];
+        open_dialog({
+            title: `Add ${this.side}s`,
+            content,
+            actions: [],
+            close_text: 'Close',
+            on_close: () => this.page.return_focus(),
+        });
     }
 
     open_with(items, sources) {
-        this.search = make('input', {type: 'search', placeholder: 'Filter', 'aria-label': 'Filter the list', autocomplete: 'off', spellcheck: 'false'});
+        this.search = make('input', {
+            type: 'search',
+            placeholder: 'Filter',
+            'aria-label': 'Filter the list',
+            autocomplete: 'off',
+            spellcheck: 'false',
+        });
         this.list = grouped_choices(items, sides[this.side].groups);
         this.mode = mode_choice(1);
         this.source = source_choice(sources, '-');
@@ -76,7 +94,8 @@ class AddDialog {
 
     filter() {
         const wanted = this.search.value.trim().toLowerCase();
-        for (const label of this.list.querySelectorAll('.choice')) label.hidden = !label.textContent.toLowerCase().includes(wanted);
+        for (const label of this.list.querySelectorAll('.choice'))
+            label.hidden = !label.textContent.toLowerCase().includes(wanted);
         for (const group of this.list.children) group.hidden = group.querySelector('.choice:not([hidden])') === null;
     }
 
@@ -97,7 +116,11 @@ class AddDialog {
     async add() {
         const chosen = this.chosen();
         if (chosen.length === 0) return `Choose at least one ${this.side}.`;
-        const placement = {side: this.side, mode: Number(radio_value(this.mode, 'mode')), source: this.source.querySelector('select').value};
+        const placement = {
+            side: this.side,
+            mode: Number(radio_value(this.mode, 'mode')),
+            source: this.source.querySelector('select').value,
+        };
         const {store} = this.page;
         const refused = await place_items(store, chosen, placement);
         const placed = chosen.filter((item) => store.model.items.get(item.key)?.side === this.side);
@@ -109,7 +132,8 @@ class AddDialog {
     // An item that has been connected since is not taken away again: more than the adding would be lost.
     record(placed) {
         const {store} = this.page;
-        const untouched = (item) => store.model.items.get(item.key)?.side === this.side && store.model.connections_of(item.key).length === 0;
+        const untouched = (item) =>
+            store.model.items.get(item.key)?.side === this.side && store.model.connections_of(item.key).length === 0;
         this.page.done({
             text: `added ${placed.length === 1 ? placed[0].name : counted(placed.length, this.side)}`,
             still_so: () => placed.every(untouched),

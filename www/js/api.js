@@ -1,4 +1,5 @@
-// Requests to the unit. Posts go out one after the other: what an operator does quickly arrives in the order in which it was done.
+// Requests to the unit. Posts go out one after the other: what an operator does quickly arrives in the order in which it was
+// done.
 
 export class RequestFailed extends Error {
     constructor(status, reason) {

@@ -9,8 +9,10 @@ const same_connection = (a, b) => (a === undefined || b === undefined ? a === b 
 function connection_form(input, output, wanted) {
     return {
         action: wanted === undefined ? 0 : 1,
-        inputClass: input.class, inputID: input.id,
-        outputClass: output.class, outputID: output.id,
+        inputClass: input.class,
+        inputID: input.id,
+        outputClass: output.class,
+        outputID: output.id,
         gpioInvert: wanted?.invert ? 1 : 0,
     };
 }
@@ -37,7 +39,8 @@ function why_not_connected(store, input, output, wanted, found) {
 }
 
 export function invert_is_fixed(input, output) {
-    return `The invert of ${pair(input, output)} is fixed: the connection the other way round exists as well, and both stay alike. Remove one of them first.`;
+    const why = 'the connection the other way round exists as well, and both stay alike. Remove one of them first.';
+    return `The invert of ${pair(input, output)} is fixed: ${why}`;
 }
 
 // Where an item stands and with which settings; side null: it is not on the grid.
@@ -60,11 +63,13 @@ function placing_form(item, placement) {
 
 const mode_for = (item, placement) => (can_choose_mode(item) ? placement.mode : undefined) ?? usual_mode(item);
 
-// A port is turned round by way of "disabled": that takes its connections with it, and lets go of the events that drove it without
-// ending them for everybody else.
+// A port is turned round by way of "disabled": that takes its connections with it, and lets go of the events that drove it
+// without ending them for everybody else.
 export async function place_items(store, items, placement) {
     try {
-        const turned = items.filter((item) => is_port(item) && placement.side !== null && turns_round(store.model, item, placement));
+        const turned = items.filter(
+            (item) => is_port(item) && placement.side !== null && turns_round(store.model, item, placement)
+        );
         for (const form of joined_forms(turned, off_grid)) await post_item(form);
         for (const form of joined_forms(items, placement)) await post_item(form);
         await store.refresh();
@@ -97,14 +102,17 @@ function why_not_placed(model, item, placement) {
     const now = placement_of(model, item.key);
     if (now.side !== placement.side) return why_not_there(item, placement);
     if (placement.side !== 'input') return null;
-    if (can_choose_mode(item) && now.mode !== placement.mode) return `The unit did not make ${item.name} ${modes[placement.mode].toLowerCase()}.`;
-    if (is_virtual(item) && now.source !== placement.source) return `${item.name} did not get the source ${placement.source}: it is no longer offered on the network.`;
+    if (can_choose_mode(item) && now.mode !== placement.mode)
+        return `The unit did not make ${item.name} ${modes[placement.mode].toLowerCase()}.`;
+    if (is_virtual(item) && now.source !== placement.source)
+        return `${item.name} did not get the source ${placement.source}: it is no longer offered on the network.`;
     return null;
 }
 
 function why_not_there(item, placement) {
     if (placement.side === null) return `The unit kept ${item.name} on the grid.`;
-    if (item.class === 'physical' || item.class === 'cough') return `The unit could not make ${item.name} an ${placement.side}. Another program may use its pin.`;
+    if (item.class === 'physical' || item.class === 'cough')
+        return `The unit could not make ${item.name} an ${placement.side}. Another program may use its pin.`;
     return `The unit did not put ${item.name} on the grid as an ${placement.side}.`;
 }
 

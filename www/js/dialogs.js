@@ -1,8 +1,9 @@
 // The frame of every dialog. The browser keeps the focus inside, closes it with Escape and gives the focus back.
 import {make} from './dom.js';
 
-// content: elements, which scroll if they are many; pinned: those that stay in sight. actions: [{text, kind: 'main' | 'danger' | '', left, run(dialog)}]; `run` returns true to close, or the
-// reason why not, which is shown where it happened. The dialog has one more button, which only closes it.
+// content: elements, which scroll if they are many; pinned: those that stay in sight.
+// actions: [{text, kind: 'main' | 'danger' | '', left, run()}]; `run` returns true to close, or the reason why not, which is
+// shown where it happened. The dialog has one more button, which only closes it.
 let opened = 0;
 
 export function open_dialog({title, content, pinned = [], actions, close_text = 'Cancel', on_close = () => {}}) {
@@ -29,7 +30,14 @@ export function open_dialog({title, content, pinned = [], actions, close_text = 
     });
     document.body.append(dialog);
     dialog.showModal();
-    return {dialog, refuse: (reason) => { refusal.textContent = reason; }, button: (i) => buttons[i], close: () => dialog.close()};
+    return {
+        dialog,
+        refuse: (reason) => {
+            refusal.textContent = reason;
+        },
+        button: (i) => buttons[i],
+        close: () => dialog.close(),
+    };
 }
 
 function action_button(dialog, {text, kind = '', left = false, run}, refusal) {
@@ -51,7 +59,9 @@ export function ask({title, content, action, close_text}) {
     return new Promise((resolve) => {
         let agreed = false;
         open_dialog({
-            title, content, close_text,
+            title,
+            content,
+            close_text,
             actions: [{text: action, kind: 'danger', run: async () => (agreed = true)}],
             on_close: () => resolve(agreed),
         });
@@ -60,7 +70,12 @@ export function ask({title, content, action, close_text}) {
 
 export function radio(name, value, checked, text, help = '') {
     const input = make('input', {type: 'radio', name, value, checked});
-    return make('label', {class: 'option'}, input, make('span', {}, text, help === '' ? '' : make('small', {}, ` \u2013 ${help}`)));
+    return make(
+        'label',
+        {class: 'option'},
+        input,
+        make('span', {}, text, help === '' ? '' : make('small', {}, ` \u2013 ${help}`))
+    );
 }
 
 export function radio_value(element, name) {

@@ -75,7 +75,14 @@ class GridPage {
         this.set_live(false);
         if (!by_id('empty').hidden) this.show_empty('The grid could not be fetched', error.message, []);
         clearTimeout(this.again);
-        this.again = setTimeout(() => this.store.refresh().then(() => this.set_live(true), (reason) => this.could_not_fetch(reason)), 2000);
+        this.again = setTimeout(
+            () =>
+                this.store.refresh().then(
+                    () => this.set_live(true),
+                    (reason) => this.could_not_fetch(reason)
+                ),
+            2000
+        );
     }
 
     set_live(live) {
@@ -101,7 +108,8 @@ class GridPage {
 
     filtered(model) {
         const words = (id) => by_id(id).value.trim().toLowerCase();
-        const matching = (items, wanted) => (wanted === '' ? items : items.filter((item) => item_label(item).toLowerCase().includes(wanted)));
+        const matching = (items, wanted) =>
+            wanted === '' ? items : items.filter((item) => item_label(item).toLowerCase().includes(wanted));
         let lists = [matching(model.inputs, words('filter_inputs')), matching(model.outputs, words('filter_outputs'))];
         if (by_id('connected_only').checked) {
             const ends = new Set([...model.connections.keys()].flatMap((key) => key.split('>')));
@@ -112,23 +120,30 @@ class GridPage {
 
     explain_empty(model) {
         if (model.inputs.length > 0 && model.outputs.length > 0) {
-            this.show_empty('Nothing matches the filter', 'Inputs and outputs are on the grid, but not with these words.', [['Show everything', () => this.clear_filters()]]);
+            this.show_empty('Nothing matches the filter', 'Inputs and outputs are on the grid, but not with these words.', [
+                ['Show everything', () => this.clear_filters()],
+            ]);
         } else {
             const lacking = ['input', 'output'].filter((side) => model[`${side}s`].length === 0);
-            this.show_empty(lacking.length === 2 ? 'The grid is empty' : `No ${lacking[0]}s yet`,
-                'Add an input, for example a physical port or an event, and an output, for example a relay. Where row and column meet you connect them.',
-                lacking.map((side) => [`Add ${side}`, () => this.open_add(side)]));
+            this.show_empty(
+                lacking.length === 2 ? 'The grid is empty' : `No ${lacking[0]}s yet`,
+                'Add an input, for example a physical port or an event, and an output, for example a relay. ' +
+                    'Where row and column meet you connect them.',
+                lacking.map((side) => [`Add ${side}`, () => this.open_add(side)])
+            );
         }
     }
 
     show_empty(title, text, actions) {
         set_text(by_id('empty_title'), title);
         set_text(by_id('empty_text'), text);
-        by_id('empty_actions').replaceChildren(...actions.map(([words, run]) => {
-            const button = make('button', {type: 'button', class: 'main'}, words);
-            button.addEventListener('click', run);
-            return button;
-        }));
+        by_id('empty_actions').replaceChildren(
+            ...actions.map(([words, run]) => {
+                const button = make('button', {type: 'button', class: 'main'}, words);
+                button.addEventListener('click', run);
+                return button;
+            })
+        );
     }
 
     clear_filters() {
@@ -161,7 +176,8 @@ class GridPage {
     }
 
     about(input, output, connection) {
-        if (input && output) return [make('strong', {}, pair(input, output)), make('span', {}, ` \u00b7 ${connection_words(connection)}`)];
+        if (input && output)
+            return [make('strong', {}, pair(input, output)), make('span', {}, ` \u00b7 ${connection_words(connection)}`)];
         const item = input ?? output;
         if (item) return [make('strong', {}, item.name), make('span', {}, ` \u00b7 ${item_facts(item)}`)];
         return [make('span', {}, 'Choose a cell to connect a row\u2019s input to a column\u2019s output.')];
@@ -200,7 +216,8 @@ class GridPage {
         const [input, output] = this.view.active_items();
         if (input === undefined || output === undefined) return;
         const connection = this.store.model.connection(input, output);
-        if (connection === undefined) this.refused(`${pair(input, output)} is not connected. Connect it first (Space), then invert.`);
+        if (connection === undefined)
+            this.refused(`${pair(input, output)} is not connected. Connect it first (Space), then invert.`);
         else if (connection.locked) this.refused(invert_is_fixed(input, output));
         else this.change(input, output, {invert: !connection.invert});
     }
@@ -279,7 +296,8 @@ class GridPage {
 
     // After a dialog the browser gives the focus back to an element that may not be there any more.
     return_focus() {
-        if (document.activeElement === document.body && !by_id('grid').hidden) this.view.go_to(this.view.active.row, this.view.active.column);
+        if (document.activeElement === document.body && !by_id('grid').hidden)
+            this.view.go_to(this.view.active.row, this.view.active.column);
     }
 
     // Shows an item that was added.

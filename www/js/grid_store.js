@@ -1,5 +1,5 @@
-// Keeps the page's picture of the grid right: fetches the grid, takes the levels that the unit reports, and lets neither overwrite
-// what is newer in the other.
+// Keeps the page's picture of the grid right: fetches the grid, takes the levels that the unit reports, and lets neither of them
+// overwrite what is newer in the other.
 import {get_grid} from './api.js';
 import {GridModel} from './model.js';
 
@@ -16,14 +16,19 @@ export class GridStore {
     // Resolves when a grid that was asked for after this call is shown. However many ask meanwhile, one request serves them.
     refresh() {
         if (this.fetching === null) return this.begin();
-        this.next ??= this.fetching.then(() => this.begin(), () => this.begin());
+        this.next ??= this.fetching.then(
+            () => this.begin(),
+            () => this.begin()
+        );
         return this.next;
     }
 
     begin() {
         this.next = null;
         this.reported = [];
-        this.fetching = this.fetch_and_show().finally(() => { this.fetching = null; });
+        this.fetching = this.fetch_and_show().finally(() => {
+            this.fetching = null;
+        });
         return this.fetching;
     }
 

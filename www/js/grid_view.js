@@ -1,8 +1,19 @@
 // Draws the grid: only the rows and columns in the window (and those of the active cell) exist as elements, so that 40,000 cells
 // scroll as easily as 40. One cell or header is active and can be focused; the headers count as row -1 and column -1.
 import {Axis} from './axis.js';
-import {make, set_attribute, set_text} from './dom.js';
-import {cell_label, item_label, on_off, setting_of, source_is_lost} from './words.js';
+import {make, set_attribute} from './dom.js';
+import {
+    arrange,
+    fill_cell,
+    fill_header,
+    make_cell,
+    make_column,
+    make_line,
+    make_row,
+    make_strip,
+    place_of,
+} from './grid_cells.js';
+import {connection_key} from './model.js';
 
 const overscan_px = 120;
 
@@ -23,8 +34,12 @@ export class GridView {
     build() {
         this.canvas = make('div', {class: 'canvas'});
         this.column_groups = make('div', {class: 'column_groups', 'aria-hidden': 'true'});
-        this.corner = make('div', {class: 'corner', role: 'columnheader', 'aria-colindex': 1},
-            make('span', {class: 'corner_outputs'}, 'Outputs \u2192'), make('span', {class: 'corner_inputs'}, 'Inputs \u2193'));
+        this.corner = make(
+            'div',
+            {class: 'corner', role: 'columnheader', 'aria-colindex': 1},
+            make('span', {class: 'corner_outputs'}, 'Outputs \u2192'),
+            make('span', {class: 'corner_inputs'}, 'Inputs \u2193')
+        );
         this.head_row = make('div', {class: 'head_row', role: 'row', 'aria-rowindex': 1}, this.column_groups, this.corner);
         this.head = make('div', {class: 'head', role: 'rowgroup'}, this.head_row);
         this.row_groups = make('div', {class: 'row_groups', 'aria-hidden': 'true'});
@@ -54,7 +69,10 @@ export class GridView {
         }).observe(this.root);
         this.root.addEventListener('click', (event) => this.clicked(event));
         this.root.addEventListener('pointerover', (event) => this.pointed(event));
-        this.root.addEventListener('pointerout', (event) => event.target.classList?.contains('cell') && set_attribute(event.target, 'title', null));
+        this.root.addEventListener(
+            'pointerout',
+            (event) => event.target.classList?.contains('cell') && set_attribute(event.target, 'title', null)
+        );
         this.root.addEventListener('pointerleave', () => this.point_at(this.has_focus() ? this.active : null));
         this.root.addEventListener('focusin', (event) => this.focused(event));
         this.root.addEventListener('focusout', () => this.point_at(null));
@@ -65,8 +83,14 @@ export class GridView {
     measure() {
         const style = getComputedStyle(this.root);
         const pixels = (name) => Number.parseFloat(style.getPropertyValue(name));
-        const sizes = {cell: pixels('--cell'), row_head: pixels('--row_head'), column_head: pixels('--column_head'),
-            group: pixels('--group'), gap: pixels('--gap'), group_name: pixels('--group_name')};
+        const sizes = {
+            cell: pixels('--cell'),
+            row_head: pixels('--row_head'),
+            column_head: pixels('--column_head'),
+            group: pixels('--group'),
+            gap: pixels('--gap'),
+            group_name: pixels('--group_name'),
+        };
         const changed = JSON.stringify(sizes) !== JSON.stringify(this.sizes);
         this.sizes = sizes;
         return changed;
@@ -94,8 +118,10 @@ export class GridView {
         this.body.style.height = `${this.down.length}px`;
         set_attribute(this.root, 'aria-rowcount', this.inputs.length + 1);
         set_attribute(this.root, 'aria-colcount', this.outputs.length + 1);
-        this.column_groups.replaceChildren(...this.across.groups.map((entry) => group_strip(entry, 'left', 'width', row_head)));
-        this.row_groups.replaceChildren(...this.down.groups.map((entry) => group_strip(entry, 'top', null, -group)));
+        this.column_groups.replaceChildren(
+            ...this.across.groups.map((each) => make_strip(each, 'left', row_head, each.end - each.start))
+        );
+        this.row_groups.replaceChildren(...this.down.groups.map((each) => make_strip(each, 'top', -group, null)));
         this.forget_drawn();
     }
 
@@ -131,12 +157,12 @@ export class GridView {
         const drawing = `${rows}/${columns}`;
         if (drawing === this.drawn) return;
         this.drawn = drawing;
-        arrange(this.corner, this.columns, columns, (place) => this.make_column(place));
-        arrange(this.line_start, this.lines, columns, (place) => this.make_line(place));
+        arrange(this.corner, this.columns, columns, (place) => this.add_column(place));
+        arrange(this.line_start, this.lines, columns, (place) => make_line(this.left_of(place) + this.sizes.cell - 1));
         const elements = new Map([...this.rows].map(([place, row]) => [place, row.element]));
-        arrange(this.column_band, elements, rows, (place) => this.make_row(place));
+        arrange(this.column_band, elements, rows, (place) => this.add_row(place));
         for (const place of this.rows.keys()) if (!elements.has(place)) this.rows.delete(place);
-        for (const [place, row] of this.rows) arrange(row.head, row.cells, columns, (column) => this.make_cell(place, column));
+        for (const [place, row] of this.rows) arrange(row.head, row.cells, columns, (column) => this.add_cell(place, column));
         this.mark_active();
     }
 
@@ -148,86 +174,60 @@ export class GridView {
         return places;
     }
 
-    make_column(place) {
-        const element = make('div', {class: 'column', role: 'columnheader', 'aria-colindex': place + 2, 'aria-haspopup': 'dialog', tabindex: -1},
-            make('span', {class: 'name'}), make('span', {class: 'lamp'}));
-        element.style.left = `${this.sizes.row_head + this.across.offsets[place]}px`;
-        element.place = {row: -1, column: place};
-        this.fill_header(element, this.outputs[place]);
+    left_of(column) {
+        return this.sizes.row_head + this.across.offsets[column];
+    }
+
+    add_column(place) {
+        const element = make_column(place, this.left_of(place));
+        this.fill_column(element, place);
         return element;
     }
 
-    // The line at a column's right edge.
-    make_line(place) {
-        const line = make('div', {class: 'line'});
-        line.style.left = `${this.sizes.row_head + this.across.offsets[place] + this.sizes.cell - 1}px`;
-        return line;
+    add_row(place) {
+        const row = make_row(place, this.down.offsets[place]);
+        this.rows.set(place, row);
+        this.fill_row_head(row.head, place);
+        return row.element;
     }
 
-    make_row(place) {
-        const head = make('div', {class: 'row_head', role: 'rowheader', 'aria-colindex': 1, 'aria-haspopup': 'dialog', tabindex: -1},
-            make('span', {class: 'names'}, make('span', {class: 'name'}), make('span', {class: 'setting'})), make('span', {class: 'lamp'}));
-        head.place = {row: place, column: -1};
-        const element = make('div', {class: 'row', role: 'row', 'aria-rowindex': place + 2}, head);
-        element.style.top = `${this.down.offsets[place]}px`;
-        this.rows.set(place, {element, head, cells: new Map()});
-        this.fill_header(head, this.inputs[place]);
+    add_cell(row, column) {
+        const element = make_cell(row, column, this.left_of(column));
+        this.fill_cell(element, row, column);
         return element;
     }
 
-    make_cell(row, column) {
-        const element = make('div', {role: 'gridcell', 'aria-colindex': column + 2, tabindex: -1});
-        element.style.left = `${this.sizes.row_head + this.across.offsets[column]}px`;
-        element.place = {row, column};
-        this.fill_cell(element, this.inputs[row], this.outputs[column]);
-        return element;
+    fill_column(element, place) {
+        fill_header(element, this.outputs[place], this.pending.has(this.outputs[place].key));
     }
 
-    fill_header(element, item) {
-        set_text(element.querySelector('.name'), item.name);
-        const setting = element.querySelector('.setting');
-        if (setting !== null) set_text(setting, setting_of(item));
-        set_text(element.querySelector('.lamp'), on_off(item.on));
-        element.classList.toggle('on', item.on);
-        element.classList.toggle('lost', source_is_lost(item));
-        element.classList.toggle('pending', this.pending.has(item.key));
-        set_attribute(element, 'aria-label', item_label(item));
-        set_attribute(element, 'title', item.name.length > 18 || setting_of(item).length > 18 ? item_label(item) : null);
+    fill_row_head(element, place) {
+        fill_header(element, this.inputs[place], this.pending.has(this.inputs[place].key));
     }
 
-    fill_cell(element, input, output) {
-        const connection = this.model.connection(input, output);
-        const classes = ['cell'];
-        if (connection !== undefined) {
-            classes.push('connected');
-            if (connection.invert) classes.push('inverted');
-            if (connection.locked) classes.push('locked');
-            if (connection.on) classes.push('on');
-        }
-        if (this.pending.has(`${input.key}>${output.key}`)) classes.push('pending');
-        set_attribute(element, 'class', classes.join(' '));
-        const label = cell_label(input, output, connection);
-        set_attribute(element, 'aria-label', label);
-        if (element.hasAttribute('title')) set_attribute(element, 'title', label);
+    fill_cell(element, row, column) {
+        const [input, output] = [this.inputs[row], this.outputs[column]];
+        const key = connection_key(input.key, output.key);
+        fill_cell(element, input, output, this.model.connections.get(key), this.pending.has(key));
     }
 
     refresh() {
-        for (const [place, element] of this.columns) this.fill_header(element, this.outputs[place]);
+        for (const [place, element] of this.columns) this.fill_column(element, place);
         for (const [place, row] of this.rows) this.refresh_row(place, row);
     }
 
     refresh_row(place, row) {
-        this.fill_header(row.head, this.inputs[place]);
-        for (const [column, element] of row.cells) this.fill_cell(element, this.inputs[place], this.outputs[column]);
+        this.fill_row_head(row.head, place);
+        for (const [column, element] of row.cells) this.fill_cell(element, place, column);
     }
 
-    // Draws these items' headers, and the rows of inputs, anew. What an input delivers changes with it; an output has its header only.
+    // Draws these items' headers, and the rows of inputs, anew: what an input delivers changes with it.
     refresh_items(keys) {
         for (const key of keys) {
             const row = this.down.place_of(key);
             if (this.rows.has(row)) this.refresh_row(row, this.rows.get(row));
             const column = this.across.place_of(key);
-            if (this.columns.has(column)) this.fill_header(this.columns.get(column), this.outputs[column]);
+            if (this.columns.has(column)) this.fill_column(this.columns.get(column), column);
         }
     }
 
@@ -311,7 +311,8 @@ export class GridView {
     pointed(event) {
         const place = place_of(event.target);
         this.point_at(place);
-        if (event.target.classList.contains('cell')) set_attribute(event.target, 'title', event.target.getAttribute('aria-label'));
+        if (event.target.classList.contains('cell'))
+            set_attribute(event.target, 'title', event.target.getAttribute('aria-label'));
     }
 
     // Highlights the row and the column of a place; null for none.
@@ -321,8 +322,15 @@ export class GridView {
         const column = place?.column ?? -1;
         this.row_band.hidden = row < 0;
         this.column_band.hidden = column < 0;
-        if (row >= 0) Object.assign(this.row_band.style, {top: `${this.down.offsets[row]}px`, left: 0, height: `${cell}px`, width: '100%'});
-        if (column >= 0) Object.assign(this.column_band.style, {left: `${row_head + this.across.offsets[column]}px`, top: 0, width: `${cell}px`, height: '100%'});
+        if (row >= 0)
+            Object.assign(this.row_band.style, {top: `${this.down.offsets[row]}px`, left: 0, height: `${cell}px`, width: '100%'});
+        if (column >= 0)
+            Object.assign(this.column_band.style, {
+                left: `${row_head + this.across.offsets[column]}px`,
+                top: 0,
+                width: `${cell}px`,
+                height: '100%',
+            });
         for (const [index, entry] of this.rows) entry.head.classList.toggle('pointed', index === row);
         for (const [index, entry] of this.columns) entry.classList.toggle('pointed', index === column);
     }
@@ -330,37 +338,4 @@ export class GridView {
 
 function clamp(value, low, high) {
     return Math.max(low, Math.min(high, value));
-}
-
-function place_of(target) {
-    return target.closest?.('[role=gridcell], .row_head, .column')?.place ?? null;
-}
-
-function group_strip(group, start, length, shift) {
-    const strip = make('div', {class: 'group'}, make('span', {}, group.name));
-    strip.style[start] = `${group.start + shift}px`;
-    if (length !== null) strip.style[length] = `${group.end - group.start}px`;
-    return strip;
-}
-
-// Makes the elements behind `anchor` exactly those of the wanted places, in ascending order. Elements that stay are not moved, so
-// that one of them can hold the focus.
-function arrange(anchor, shown, wanted, create) {
-    const keep = new Set(wanted);
-    for (const [place, element] of shown) {
-        if (keep.has(place)) continue;
-        element.remove();
-        shown.delete(place);
-    }
-    let next = anchor.nextSibling;
-    for (const place of wanted) {
-        const element = shown.get(place);
-        if (element !== undefined && element === next) {
-            next = next.nextSibling;
-            continue;
-        }
-        const added = create(place);
-        shown.set(place, added);
-        anchor.parentNode.insertBefore(added, next);
-    }
 }

@@ -24,7 +24,8 @@ export class History {
         const change = this.changes.pop();
         this.on_change();
         if (change === undefined) return null;
-        if (!change.still_so()) return {text: change.text, refused: `Not undone: somebody else has changed it since (${change.text}).`};
+        if (!change.still_so())
+            return {text: change.text, refused: `Not undone: somebody else has changed it since (${change.text}).`};
         return {text: change.text, refused: await change.undo()};
     }
 }

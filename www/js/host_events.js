@@ -40,8 +40,18 @@ function parts_of(event, text) {
 export function show_host_event(event, text) {
     const [subject, what = '', why = ''] = parts_of(event, text);
     const list = by_id('events');
-    const line = make('li', {}, make('time', {}, time_of_day()),
-        make('span', {}, make('strong', {}, subject), what === '' ? '' : ` ${what}`, why === '' ? '' : make('small', {}, ` ${why}`)));
+    const line = make(
+        'li',
+        {},
+        make('time', {}, time_of_day()),
+        make(
+            'span',
+            {},
+            make('strong', {}, subject),
+            what === '' ? '' : ` ${what}`,
+            why === '' ? '' : make('small', {}, ` ${why}`)
+        )
+    );
     list.prepend(line);
     while (list.children.length > most) list.lastElementChild.remove();
     by_id('no_events').hidden = true;

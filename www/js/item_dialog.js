@@ -3,12 +3,25 @@ import {place_items, off_grid, placement_of, restore, snapshot} from './changes.
 import {counted, make} from './dom.js';
 import {ask, open_dialog, radio, radio_value} from './dialogs.js';
 import {is_port} from './model.js';
-import {can_be_input, can_be_output, can_choose_mode, has_source, is_virtual, item_facts, mode_help, modes, pair, usual_mode} from './words.js';
+import {
+    can_be_input,
+    can_be_output,
+    can_choose_mode,
+    has_source,
+    is_virtual,
+    item_facts,
+    mode_help,
+    modes,
+    pair,
+    usual_mode,
+} from './words.js';
 
 const most_listed = 6;
 
 function list_of_connections(connections) {
-    const shown = connections.slice(0, most_listed).map(({input, output, invert}) => make('li', {}, pair(input, output) + (invert ? ', inverted' : '')));
+    const shown = connections
+        .slice(0, most_listed)
+        .map(({input, output, invert}) => make('li', {}, pair(input, output) + (invert ? ', inverted' : '')));
     const rest = connections.length - shown.length;
     if (rest > 0) shown.push(make('li', {}, `and ${rest} more`));
     return make('ul', {class: 'plain_list'}, ...shown);
@@ -16,16 +29,26 @@ function list_of_connections(connections) {
 
 function direction_choice(item) {
     if (!is_port(item)) return null;
-    const fixed = !can_be_output(item) ? `A ${item.group.toLowerCase().replace(/s$/, '')} is always an input.` : 'A user LED is always an output.';
+    const fixed = !can_be_output(item)
+        ? `A ${item.group.toLowerCase().replace(/s$/, '')} is always an input.`
+        : 'A user LED is always an output.';
     if (!can_be_input(item) || !can_be_output(item)) return make('p', {class: 'hint'}, fixed);
-    return make('fieldset', {}, make('legend', {}, 'Direction'),
+    return make(
+        'fieldset',
+        {},
+        make('legend', {}, 'Direction'),
         radio('side', 'input', item.side === 'input', 'Input', 'drives handlers and outputs'),
-        radio('side', 'output', item.side === 'output', 'Output', 'is driven by events and inputs'));
+        radio('side', 'output', item.side === 'output', 'Output', 'is driven by events and inputs')
+    );
 }
 
 export function mode_choice(chosen) {
-    return make('fieldset', {class: 'modes'}, make('legend', {}, 'Input mode'),
-        ...modes.map((text, mode) => radio('mode', mode, mode === chosen, text, mode_help[mode])));
+    return make(
+        'fieldset',
+        {class: 'modes'},
+        make('legend', {}, 'Input mode'),
+        ...modes.map((text, mode) => radio('mode', mode, mode === chosen, text, mode_help[mode]))
+    );
 }
 
 export function source_choice(sources, chosen) {
@@ -34,8 +57,15 @@ export function source_choice(sources, chosen) {
     if (missing) select.append(make('option', {value: chosen}, `${chosen} (not on the network now)`));
     for (const name of sources) select.append(make('option', {value: name}, name));
     select.value = chosen;
-    const hint = sources.length === 0 ? make('small', {class: 'hint'}, 'No virtual outputs of other units are on the network now.') : null;
-    return make('fieldset', {class: 'sources'}, make('label', {class: 'label', for: 'source'}, 'Source: a virtual output of another unit'), select, hint);
+    const hint =
+        sources.length === 0 ? make('small', {class: 'hint'}, 'No virtual outputs of other units are on the network now.') : null;
+    return make(
+        'fieldset',
+        {class: 'sources'},
+        make('label', {class: 'label', for: 'source'}, 'Source: a virtual output of another unit'),
+        select,
+        hint
+    );
 }
 
 class ItemDialog {
@@ -49,14 +79,28 @@ class ItemDialog {
         const {item} = this;
         this.direction = direction_choice(item);
         this.mode = can_choose_mode(item) ? mode_choice(item.mode ?? usual_mode(item)) : null;
-        this.source = is_virtual(item) ? source_choice(this.page.store.model.sources, has_source(item) ? item.source : '-') : null;
+        this.source = is_virtual(item)
+            ? source_choice(this.page.store.model.sources, has_source(item) ? item.source : '-')
+            : null;
         this.loss = make('p', {class: 'hint'});
-        const content = [make('p', {}, `Now: ${item_facts(item)}`), this.direction, this.mode, this.source, this.connections(), this.loss];
+        const content = [
+            make('p', {}, `Now: ${item_facts(item)}`),
+            this.direction,
+            this.mode,
+            this.source,
+            this.connections(),
+            this.loss,
+        ];
         const changeable = this.direction?.tagName === 'FIELDSET' || this.mode !== null || this.source !== null;
         const actions = [{text: 'Remove from the grid\u2026', kind: 'danger', left: true, run: () => this.remove()}];
         if (changeable) actions.push({text: 'Apply', kind: 'main', run: () => this.apply()});
-        this.frame = open_dialog({title: item.name, content: content.filter((part) => part !== null), actions,
-            close_text: changeable ? 'Cancel' : 'Close', on_close: () => this.page.return_focus()});
+        this.frame = open_dialog({
+            title: item.name,
+            content: content.filter((part) => part !== null),
+            actions,
+            close_text: changeable ? 'Cancel' : 'Close',
+            on_close: () => this.page.return_focus(),
+        });
         this.frame.dialog.addEventListener('change', () => this.adapt());
         this.adapt();
     }
@@ -64,7 +108,12 @@ class ItemDialog {
     connections() {
         const {connections} = this.before;
         if (connections.length === 0) return make('p', {class: 'hint'}, 'It has no connections.');
-        return make('div', {}, make('p', {class: 'label'}, counted(connections.length, 'connection')), list_of_connections(connections));
+        return make(
+            'div',
+            {},
+            make('p', {class: 'label'}, counted(connections.length, 'connection')),
+            list_of_connections(connections)
+        );
     }
 
     chosen() {
@@ -90,14 +139,15 @@ class ItemDialog {
     async apply() {
         const wanted = this.chosen();
         const now = placement_of(this.page.store.model, this.item.key);
-        const settings_differ = (this.mode !== null && now.mode !== wanted.mode) || (this.source !== null && now.source !== wanted.source);
+        const settings_differ =
+            (this.mode !== null && now.mode !== wanted.mode) || (this.source !== null && now.source !== wanted.source);
         if (now.side === wanted.side && (wanted.side === 'output' || !settings_differ)) return true;
         return this.place(wanted, `changed ${this.item.name}`);
     }
 
     async remove() {
         const {connections} = this.before;
-        if (connections.length > 0 && !await confirm_removal(this.item, connections)) return false;
+        if (connections.length > 0 && !(await confirm_removal(this.item, connections))) return false;
         return this.place(off_grid, `removed ${this.item.name}`);
     }
 
@@ -118,7 +168,10 @@ class ItemDialog {
 function confirm_removal(item, connections) {
     return ask({
         title: `Remove ${item.name}?`,
-        content: [make('p', {}, `Its ${counted(connections.length, 'connection')} will be removed as well:`), list_of_connections(connections)],
+        content: [
+            make('p', {}, `Its ${counted(connections.length, 'connection')} will be removed as well:`),
+            list_of_connections(connections),
+        ],
         action: 'Remove',
         close_text: 'Keep',
     });

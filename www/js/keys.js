@@ -25,10 +25,28 @@ const signs = [
 ];
 
 export function show_keys(on_close) {
-    const keys = make('dl', {class: 'keys'}, ...listed.flatMap(([key, words]) => [make('dt', {}, make('kbd', {}, key)), make('dd', {}, words)]));
-    const meanings = make('dl', {class: 'keys'}, ...signs.flatMap(([sign, words]) => [make('dt', {}, make('span', {class: sign})), make('dd', {}, words)]));
-    const touch = make('p', {class: 'hint'}, 'On a touch screen the first tap chooses a cell, the second one connects or disconnects it.');
-    open_dialog({title: 'Keys and signs', content: [keys, make('p', {class: 'label'}, 'Signs'), meanings, touch], actions: [], close_text: 'Close', on_close});
+    const keys = make(
+        'dl',
+        {class: 'keys'},
+        ...listed.flatMap(([key, words]) => [make('dt', {}, make('kbd', {}, key)), make('dd', {}, words)])
+    );
+    const meanings = make(
+        'dl',
+        {class: 'keys'},
+        ...signs.flatMap(([sign, words]) => [make('dt', {}, make('span', {class: sign})), make('dd', {}, words)])
+    );
+    const touch = make(
+        'p',
+        {class: 'hint'},
+        'On a touch screen the first tap chooses a cell, the second one connects or disconnects it.'
+    );
+    open_dialog({
+        title: 'Keys and signs',
+        content: [keys, make('p', {class: 'label'}, 'Signs'), meanings, touch],
+        actions: [],
+        close_text: 'Close',
+        on_close,
+    });
 }
 
 // Where each key goes from a place (row, column) of the view; the rest stays with the browser.

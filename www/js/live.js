@@ -40,13 +40,17 @@ export function follow_unit({on_hello, on_event, on_stale}) {
         source = new EventSource('/api/events');
         source.addEventListener('error', failed);
         receive('hello', (unit) => on_hello(unit ?? {}));
-        receive('alive', () => { speaks_regularly = true; });
+        receive('alive', () => {
+            speaks_regularly = true;
+        });
         for (const name of ['levels', 'grid', 'host']) receive(name, (data, text) => on_event(name, data, text));
         heard();
     }
 
     addEventListener('pagehide', () => source.close());
-    addEventListener('pageshow', (event) => { if (event.persisted) start_again(); });
+    addEventListener('pageshow', (event) => {
+        if (event.persisted) start_again();
+    });
     open();
 }
 

@@ -49,7 +49,10 @@ function ordered(entries, side) {
 }
 
 function connection_from(entry) {
-    const key = connection_key(item_key('input', entry.input_class, entry.input_id), item_key('output', entry.output_class, entry.output_id));
+    const key = connection_key(
+        item_key('input', entry.input_class, entry.input_id),
+        item_key('output', entry.output_class, entry.output_id)
+    );
     return [key, {invert: entry.invert === true, locked: entry.allow_invert === false, on: entry.state === true}];
 }
 

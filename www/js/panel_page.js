@@ -23,7 +23,11 @@ class PanelPage {
         by_id('show_unused').addEventListener('change', () => this.show_unused());
         by_id('clear_events').addEventListener('click', clear_host_events);
         clear_host_events();
-        follow_unit({on_hello: (unit) => this.hello(unit), on_event: (...event) => this.event(...event), on_stale: () => this.set_live(false)});
+        follow_unit({
+            on_hello: (unit) => this.hello(unit),
+            on_event: (...event) => this.event(...event),
+            on_stale: () => this.set_live(false),
+        });
     }
 
     hello(unit) {
@@ -37,7 +41,8 @@ class PanelPage {
         if (name === 'levels' && data !== null) this.take_levels(data);
     }
 
-    // One request at a time; what changes meanwhile is asked for once more. Levels reported on the way may be newer: see GridStore.
+    // One request at a time; what changes meanwhile is asked for once more. Levels reported on the way may be newer than the
+    // answer, so they are taken again on top of it.
     async refresh() {
         if (this.fetching !== null) {
             this.again = true;
@@ -82,8 +87,13 @@ class PanelPage {
     // Builds the panel when it is another one than before; else only the levels change, so that nothing is let go that is held.
     show(panel) {
         by_id('waiting').hidden = true;
-        const shape = JSON.stringify([panel.simulated, (panel.pins ?? []).map(({level, ...pin}) => pin),
-            (panel.buttons ?? []).map((button) => [button.name, button.enabled]), (panel.leds ?? []).map((led) => led.name), (panel.relays ?? []).length]);
+        const shape = JSON.stringify([
+            panel.simulated,
+            (panel.pins ?? []).map(({level, ...pin}) => pin),
+            (panel.buttons ?? []).map((button) => [button.name, button.enabled]),
+            (panel.leds ?? []).map((led) => led.name),
+            (panel.relays ?? []).length,
+        ]);
         if (shape !== this.shape) this.build(panel);
         this.shape = shape;
         for (const pin of panel.pins ?? []) this.tiles.get(`pins${pin.pin}`)?.set_level(pin.level !== 0);
@@ -97,22 +107,46 @@ class PanelPage {
         const pins = (panel.pins ?? []).filter((pin) => pin.direction === 'in');
         const outputs = (panel.pins ?? []).filter((pin) => pin.direction === 'out');
         by_id('real_pins').hidden = panel.simulated !== false;
-        this.fill('inputs', pins.filter((pin) => !pin.cough).map((pin) => this.input_tile(pin, panel.simulated !== false)));
-        this.fill('coughs', pins.filter((pin) => pin.cough).map((pin) => this.input_tile(pin, panel.simulated !== false)));
-        this.fill('buttons', (panel.buttons ?? []).map((button) => this.button_tile(button)));
-        this.fill('outputs', outputs.map((pin) => this.lamp_tile(`pins${pin.pin}`, pin.name, `pin ${pin.pin}`, pin.in_use === false)));
-        this.fill('relays', (panel.relays ?? []).map((relay) => this.lamp_tile(`relays${relay.index}`, relay.name, `pin ${relay.pin}`, false, 'relay')));
+        this.fill(
+            'inputs',
+            pins.filter((pin) => !pin.cough).map((pin) => this.input_tile(pin, panel.simulated !== false))
+        );
+        this.fill(
+            'coughs',
+            pins.filter((pin) => pin.cough).map((pin) => this.input_tile(pin, panel.simulated !== false))
+        );
+        this.fill(
+            'buttons',
+            (panel.buttons ?? []).map((button) => this.button_tile(button))
+        );
+        this.fill(
+            'outputs',
+            outputs.map((pin) => this.lamp_tile(`pins${pin.pin}`, pin.name, `pin ${pin.pin}`, pin.in_use === false))
+        );
+        this.fill(
+            'relays',
+            (panel.relays ?? []).map((relay) =>
+                this.lamp_tile(`relays${relay.index}`, relay.name, `pin ${relay.pin}`, false, 'relay')
+            )
+        );
         this.show_unused();
     }
 
     fill(id, tiles) {
         by_id(id).replaceChildren(...tiles);
-        by_id(id).closest('section').classList.toggle('without', tiles.length === 0);
+        by_id(id)
+            .closest('section')
+            .classList.toggle('without', tiles.length === 0);
     }
 
     lamp_tile(key, name, detail, unused, kind = '') {
         const lamp = make('span', {class: 'lamp'});
-        const tile = make('li', {class: `tile ${kind}${unused ? ' unused' : ''}`}, tile_name(name, unused ? `${detail}, not an output now` : detail), lamp);
+        const tile = make(
+            'li',
+            {class: `tile ${kind}${unused ? ' unused' : ''}`},
+            tile_name(name, unused ? `${detail}, not an output now` : detail),
+            lamp
+        );
         this.tiles.set(key, {set_level: (on) => show_lamp(tile, lamp, on, on_off(on))});
         return tile;
     }
@@ -120,31 +154,59 @@ class PanelPage {
     input_tile(pin, simulated) {
         const unused = pin.in_use === false;
         const lamp = make('span', {class: 'lamp'});
-        const press = make('button', {type: 'button', class: 'press', disabled: unused, 'aria-label': `Press ${pin.name}`}, 'Press');
-        const latch = make('button', {type: 'button', class: 'latch', disabled: unused, 'aria-label': `Latch ${pin.name}`, 'aria-pressed': 'false',
-            title: 'Keeps it pressed until it is chosen again'}, 'Latch');
+        const press = make(
+            'button',
+            {type: 'button', class: 'press', disabled: unused, 'aria-label': `Press ${pin.name}`},
+            'Press'
+        );
+        const latch = make(
+            'button',
+            {
+                type: 'button',
+                class: 'latch',
+                disabled: unused,
+                'aria-label': `Latch ${pin.name}`,
+                'aria-pressed': 'false',
+                title: 'Keeps it pressed until it is chosen again',
+            },
+            'Latch'
+        );
         const detail = unused ? `pin ${pin.pin}, not an input now` : `pin ${pin.pin}`;
         const tile = make('li', {class: `tile input${unused ? ' unused' : ''}`}, tile_name(pin.name, detail), lamp);
         if (simulated) tile.append(make('div', {class: 'press_buttons'}, press, latch));
         const send = (down) => this.post({pin: pin.pin, level: down ? 'active' : 'inactive'});
         const held = make_pressable(press, send);
         latch.addEventListener('click', () => send(latch.getAttribute('aria-pressed') !== 'true'));
-        this.tiles.set(`pins${pin.pin}`, {set_level: (on) => {
-            show_lamp(tile, lamp, on, on ? 'pressed' : 'open');
-            set_attribute(latch, 'aria-pressed', String(on && !held.is_down()));
-        }});
+        this.tiles.set(`pins${pin.pin}`, {
+            set_level: (on) => {
+                show_lamp(tile, lamp, on, on ? 'pressed' : 'open');
+                set_attribute(latch, 'aria-pressed', String(on && !held.is_down()));
+            },
+        });
         return tile;
     }
 
     button_tile(button) {
         const light = make('span', {class: 'lamp'});
-        const press = make('button', {type: 'button', class: 'press', disabled: button.enabled === false, 'aria-label': `Press ${button.name}`}, 'Press');
-        const tile = make('li', {class: 'tile user_button'}, tile_name(button.name, button.enabled === false ? 'not an input now' : 'its LED'), light, make('div', {class: 'press_buttons'}, press));
+        const press = make(
+            'button',
+            {type: 'button', class: 'press', disabled: button.enabled === false, 'aria-label': `Press ${button.name}`},
+            'Press'
+        );
+        const tile = make(
+            'li',
+            {class: 'tile user_button'},
+            tile_name(button.name, button.enabled === false ? 'not an input now' : 'its LED'),
+            light,
+            make('div', {class: 'press_buttons'}, press)
+        );
         make_pressable(press, (down) => this.post({button: button.number, pressed: down ? 1 : 0}));
-        this.tiles.set(`buttons${button.number}`, {set_level: (on) => {
-            press.classList.toggle('pressed', on);
-            set_attribute(press, 'aria-pressed', String(on));
-        }});
+        this.tiles.set(`buttons${button.number}`, {
+            set_level: (on) => {
+                press.classList.toggle('pressed', on);
+                set_attribute(press, 'aria-pressed', String(on));
+            },
+        });
         this.tiles.set(`leds${button.number}`, {set_level: (on) => show_lamp(tile, light, on, on_off(on))});
         return tile;
     }

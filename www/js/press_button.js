@@ -19,7 +19,8 @@ export function make_pressable(button, set) {
         button.setPointerCapture(event.pointerId);
         change(true);
     });
-    for (const end of ['pointerup', 'pointercancel', 'lostpointercapture', 'blur']) button.addEventListener(end, () => change(false));
+    for (const end of ['pointerup', 'pointercancel', 'lostpointercapture', 'blur'])
+        button.addEventListener(end, () => change(false));
     button.addEventListener('keydown', (event) => {
         if (!holds(event.key)) return;
         event.preventDefault();
