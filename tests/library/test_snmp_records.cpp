@@ -172,8 +172,11 @@ TEST(a_relay, is_described_byte_by_byte)
     EXPECT_EQ(described(), relay_record(1, {14, -1, 13}, {13}, 1, 1));
     u.clear("Fire");
     EXPECT_EQ(described(), relay_record(1, {14, -1, 13}, {14, 13}, 2, 1));
+    zel::relays[1].active_trigs = 0;
+    EXPECT_EQ(described(), relay_record(1, {14, -1, 13}, {14, 13}, 0, 1)) << "the state is counted afresh";
+    u.raise("Fire"), u.clear("Door");
     zel::relays[1].active_trigs = 77;
-    EXPECT_EQ(described(), relay_record(1, {14, -1, 13}, {14, 13}, 77, 1)) << "the state is counted afresh";
+    EXPECT_EQ(described(), relay_record(1, {14, -1, 13}, {}, 77, 0));
 }
 
 TEST(everything, is_sent_in_one_order)

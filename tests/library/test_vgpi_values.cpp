@@ -369,6 +369,10 @@ TEST(a_source, is_let_go_only_when_unreachable_and_wanted_by_no_port_at_all)
     EXPECT_EQ(zel::disconnect_vgpi_from_vgpo(near, 1), 0);
     EXPECT_NE(record(near), nullptr) << "it is reachable";
     port(1).vgpo_src_valid = 0;
+    ASSERT_TRUE(zel::set_source_name(port(4), near));
+    EXPECT_EQ(zel::disconnect_vgpi_from_vgpo(near, 1), 0);
+    EXPECT_NE(record(near), nullptr) << "a port of another class wants it";
+    ASSERT_TRUE(zel::set_source_name(port(4), ""));
     u.take();
     u.forget_sent();
     EXPECT_EQ(zel::disconnect_vgpi_from_vgpo(near, 1), 0);
