@@ -98,7 +98,7 @@ TEST(the_withdrawal, that_cannot_be_sent_is_not_reported)
     EXPECT_LINES(u.take(), "ipc sdisc send 10 (15 bytes) failed");
 }
 
-/// The path of the first virtual port, with a node of the host's that makes it `length` long.
+/// A name for the host's node with which the path of the first virtual port is `length` characters long.
 std::string parent_for_path(size_t length) { return std::string(length - std::strlen("//gpio/virtual/vgpio 1"), 'p'); }
 
 struct long_path {
