@@ -170,6 +170,22 @@ export async function items({browser, programs}) {
         });
     });
 
+    await check('a connection from a port that is no input any more is told at its output and can be taken away', async () => {
+        await unit.control('set-port', 'GPI 6', 'input', '--mode', 'momentary');
+        await unit.control('connect', 'GPI 6', 'Relay 3', '--invert');
+        await cell_says(page, 'Physical Port 6', 'Relay 3', 'connected, inverted, on');
+        await unit.control('set-port', 'GPI 6', 'output');
+        await column(page, 'Physical Port 6').waitFor();
+        await header_says(column(page, 'Relay 3'), 'on');
+        await column(page, 'Relay 3').click();
+        await dialog(page).getByText('Physical Port 6, connected, inverted, on').waitFor();
+        await dialog(page).getByRole('button', {name: 'Disconnect'}).click();
+        await until(async () => (await dialog(page).getByText('Physical Port 6').count()) === 0, 'the connection to go');
+        await page.keyboard.press('Escape');
+        await dialog_closes(page);
+        await header_says(column(page, 'Relay 3'), 'off');
+    });
+
     await check('a refusal is shown in the dialog where it happened', async () => {
         const refuse = (route) =>
             route.request().method() === 'POST' ? route.fulfill({status: 501, body: '{}'}) : route.continue();

@@ -38,6 +38,18 @@ function why_not_connected(store, input, output, wanted, found) {
     return `The unit did not change the invert of ${pair(input, output)}.`;
 }
 
+// Takes away a connection that has no cell: its input is none at present.
+export async function remove_hidden(store, {input, output}) {
+    try {
+        await post_connection(connection_form(input, output, undefined));
+        await store.refresh();
+    } catch (error) {
+        return error.message;
+    }
+    const left = store.model.hidden.some((each) => each.input.key === input.key && each.output.key === output.key);
+    return left ? `The unit kept ${pair(input, output)} connected.` : null;
+}
+
 export function invert_is_fixed(input, output) {
     const why = 'the connection the other way round exists as well, and both stay alike. Remove one of them first.';
     return `The invert of ${pair(input, output)} is fixed: ${why}`;

@@ -1,5 +1,5 @@
 // What a row or a column is: a port's direction, mode and source can be changed, and every item be taken off the grid.
-import {place_items, off_grid, placement_of, restore, snapshot} from './changes.js';
+import {place_items, off_grid, placement_of, remove_hidden, restore, snapshot} from './changes.js';
 import {counted, make} from './dom.js';
 import {ask, open_dialog, radio, radio_value} from './dialogs.js';
 import {is_port} from './model.js';
@@ -7,6 +7,7 @@ import {
     can_be_input,
     can_be_output,
     can_choose_mode,
+    connection_words,
     has_source,
     is_virtual,
     item_facts,
@@ -89,6 +90,7 @@ class ItemDialog {
             this.mode,
             this.source,
             this.connections(),
+            this.hidden_connections(),
             this.loss,
         ];
         const changeable = this.direction?.tagName === 'FIELDSET' || this.mode !== null || this.source !== null;
@@ -114,6 +116,25 @@ class ItemDialog {
             make('p', {class: 'label'}, counted(connections.length, 'connection')),
             list_of_connections(connections)
         );
+    }
+
+    // What drives an output from a port that is an output itself now cannot be seen in the grid.
+    hidden_connections() {
+        const hidden = this.page.store.model.hidden.filter(({output}) => output.key === this.item.key);
+        if (hidden.length === 0) return null;
+        const note = 'Connected as well, without a row in the grid, because it is no input now:';
+        return make('div', {}, make('p', {class: 'label'}, note), ...hidden.map((each) => this.hidden_line(each)));
+    }
+
+    hidden_line(each) {
+        const button = make('button', {type: 'button'}, 'Disconnect');
+        const line = make('p', {class: 'option'}, `${each.input.name}, ${connection_words(each)}`, button);
+        button.addEventListener('click', async () => {
+            const refused = await remove_hidden(this.page.store, each);
+            if (refused === null) line.remove();
+            this.frame.refuse(refused ?? '');
+        });
+        return line;
     }
 
     chosen() {

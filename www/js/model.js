@@ -56,6 +56,16 @@ function connection_from(entry) {
     return [key, {invert: entry.invert === true, locked: entry.allow_invert === false, on: entry.state === true}];
 }
 
+const end_of = (key, item_class, id, name) => ({key, class: item_class, id, name});
+
+// A connection to an output from a port that is no input at present; the port's trigger still drives the output.
+function hidden_connection(entry, items) {
+    const [key, connection] = connection_from(entry);
+    const [input_key, output_key] = split_connection_key(key);
+    const name = items.get(input_key)?.name ?? `${entry.input_class} ${entry.input_id}`;
+    return {...connection, input: end_of(input_key, entry.input_class, entry.input_id, name), output: items.get(output_key)};
+}
+
 // What each list of a "levels" event tells, and of which items.
 const level_lists = {triggers: 't', handlers: 'h', ports: 'p', relays: 'r'};
 
@@ -66,7 +76,11 @@ export class GridModel {
         this.items = new Map([...this.inputs, ...this.outputs].map((item) => [item.key, item]));
         this.sources = (document.vgpo_src_list ?? []).map((source) => String(source.name)).filter((name) => name !== '-');
         // Connections with an end that is not on the grid have no cell.
-        this.connections = new Map((document.connections ?? []).map(connection_from).filter(([key]) => this.has_cell(key)));
+        const entries = document.connections ?? [];
+        this.connections = new Map(entries.map(connection_from).filter(([key]) => this.has_cell(key)));
+        this.hidden = entries
+            .map((entry) => hidden_connection(entry, this.items))
+            .filter(({input, output}) => output?.side === 'output' && this.items.get(input.key)?.side !== 'input');
     }
 
     has_cell(key) {
