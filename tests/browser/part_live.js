@@ -28,6 +28,23 @@ export async function live({browser, programs}) {
         await unit.control('release', '1');
     });
 
+    await check('what somebody else changes leaves the focus and its cell where they are', async () => {
+        await cell(page, 'On Air', 'Relay 1').focus();
+        await page.evaluate(() => {
+            window.focused = document.activeElement;
+        });
+        await unit.control('connect', 'On Air', 'Relay 2');
+        await cell_says(page, 'On Air', 'Relay 2', 'connected, off');
+        const kept = () => page.evaluate(() => document.activeElement === window.focused && window.focused.isConnected);
+        expect(await kept(), 'a new connection took the focus away');
+        await unit.control('set-port', 'GPI 6', 'input');
+        await row(page, 'Physical Port 6').waitFor();
+        const label = await page.evaluate(() => document.activeElement.getAttribute('aria-label'));
+        equal(label, 'On Air to Relay 1, connected, off', 'the focused cell after a new row');
+        await unit.control('disconnect', 'On Air', 'Relay 2');
+        await cell_says(page, 'On Air', 'Relay 2', 'not connected');
+    });
+
     await check('changes in quick succession end with the last one everywhere', async () => {
         for (let i = 0; i < 20; i++) await unit.control('event', 'On Air', i % 2 === 0 ? 'on' : 'off');
         await unit.control('event', 'On Air', 'on');

@@ -96,14 +96,18 @@ export class GridView {
         return changed;
     }
 
-    // Shows these rows and columns of the model. The active cell stays with its items.
+    // Shows these rows and columns of the model. The active cell stays with its items. As long as the same items are there, the same
+    // elements stay, so that neither the focus nor what a screen reader is saying is lost by somebody else's change.
     show(model, inputs, outputs) {
         const [input, output] = this.active_items();
+        const same = same_items(this.inputs, inputs) && same_items(this.outputs, outputs);
         this.model = model;
         this.inputs = inputs;
         this.outputs = outputs;
-        this.lay_out();
-        this.keep_active(input, output);
+        if (!same) {
+            this.lay_out();
+            this.keep_active(input, output);
+        }
         this.draw();
         this.refresh();
     }
@@ -338,4 +342,8 @@ export class GridView {
 
 function clamp(value, low, high) {
     return Math.max(low, Math.min(high, value));
+}
+
+function same_items(before, now) {
+    return before?.length === now.length && before.every((item, i) => item.key === now[i].key && item.group === now[i].group);
 }

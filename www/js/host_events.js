@@ -12,7 +12,10 @@ function pin_words(event) {
 }
 
 function state_words(kind) {
-    return (event) => [`${kind}${event.name}`, on_off(on(event, 'state')), event.by ? `by ${event.by}` : ''];
+    return (event) => {
+        const why = event.by && event.by !== event.name ? `by ${event.by}` : '';
+        return [`${kind}${event.name}`, on_off(on(event, 'state')), why];
+    };
 }
 
 // Subject, what happened, and why.
