@@ -34,10 +34,11 @@ int hex_value(char digit)
     return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
-// False for an escape that is none, or that stands for a zero byte.
+// False for an escape that is none, and for a zero byte, escaped or not.
 bool decode_path(std::string_view text, std::string &path)
 {
     for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\0') return false;
         if (text[i] != '%') {
             path += text[i];
             continue;

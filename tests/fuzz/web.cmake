@@ -1,0 +1,30 @@
+# Fuzzers of what comes over HTTP, and of the JSON that goes out. With clang's fuzzer each is a program fuzz_<name>; in every build
+# with tests replay_<name> runs its corpus once.
+set(web_fuzz_dir ${CMAKE_CURRENT_LIST_DIR})
+set(platform_dir ${PROJECT_SOURCE_DIR}/platform)
+
+if(ZEL_TESTS)
+  zel_snmp_replay(web_form zelwww)
+  zel_snmp_replay(json_writer zeljson jansson)
+  zel_snmp_replay(web_endpoints zelgpio_static fake_platform jansson)
+  if(ZEL_WEB_SERVER)
+    zel_snmp_replay(web_request zel_www_parts)
+  endif()
+endif()
+if(ZEL_FUZZ)
+  zel_snmp_fuzzer(web_form ${platform_dir}/www/form_text.cpp)
+  zel_snmp_fuzzer(json_writer ${platform_dir}/json/json_writer.cpp)
+  target_link_libraries(fuzz_json_writer PRIVATE jansson)
+  target_include_directories(fuzz_web_form PRIVATE ${platform_dir}/include)
+  target_include_directories(fuzz_json_writer PRIVATE ${platform_dir} ${platform_dir}/include)
+  zel_snmp_fuzzer(web_endpoints ${library_sources} ${fake_sources})
+  target_include_directories(fuzz_web_endpoints PRIVATE ${fake_platform_dir} ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include
+                                                        ${platform_dir}/include)
+  target_link_libraries(fuzz_web_endpoints PRIVATE jansson)
+  if(ZEL_WEB_SERVER)
+    zel_snmp_fuzzer(web_request ${platform_dir}/www/request.cpp ${platform_dir}/www/request_rules.cpp
+                                ${platform_dir}/www/basic_credentials.cpp ${platform_dir}/www/compression.cpp)
+    target_include_directories(fuzz_web_request PRIVATE ${platform_dir}/www ${platform_dir} ${platform_dir}/include)
+    target_link_libraries(fuzz_web_request PRIVATE z)
+  endif()
+endif()
