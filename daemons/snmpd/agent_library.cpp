@@ -62,9 +62,10 @@ void set_text(int store, int which, const std::string &value)
     (void)netsnmp_ds_set_string(store, which, value.c_str());
 }
 
-void remember(std::string line)
+void remember(const std::string &line)
 {
-    netsnmp_config_remember(line.data());
+    std::string writable = line;
+    netsnmp_config_remember(writable.data());
 }
 
 std::string configuration_file(const library_settings &settings)

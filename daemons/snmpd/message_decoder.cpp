@@ -109,25 +109,25 @@ decoded decode_reply(table_id, bytes payload, std::string &)
 
 struct message_kind {
     uint8_t type;
-    size_t size;
     table_id table;
+    size_t size;
     decoded (*decode)(table_id table, bytes payload, std::string &problem);
 };
 constexpr message_kind kinds[] = {
-    {wire_gpi_count, sizeof(uint32_t), table_id::gpi, decode_count},
-    {wire_cough_count, sizeof(uint32_t), table_id::cough, decode_count},
-    {wire_relay_count, sizeof(uint32_t), table_id::relay, decode_count},
-    {wire_virtual_count, sizeof(uint32_t), table_id::network, decode_count},
-    {wire_button_count, sizeof(uint32_t), table_id::button, decode_count},
-    {wire_physical, sizeof(wire_port), table_id::gpi, decode_port},
-    {wire_virtual, sizeof(wire_port), table_id::network, decode_port},
-    {wire_button, sizeof(wire_port), table_id::button, decode_port},
-    {wire_led, sizeof(wire_port), table_id::led, decode_port},
-    {wire_relay_info, sizeof(wire_relay), table_id::relay, decode_relay},
-    {wire_trigger, sizeof(wire_name), table_id::trigger, decode_name},
-    {wire_handler, sizeof(wire_name), table_id::handler, decode_name},
-    {wire_source, sizeof(wire_name), table_id::source, decode_name},
-    {wire_reply_type, sizeof(wire_reply), table_id::gpi, decode_reply},
+    {wire_gpi_count, table_id::gpi, sizeof(uint32_t), decode_count},
+    {wire_cough_count, table_id::cough, sizeof(uint32_t), decode_count},
+    {wire_relay_count, table_id::relay, sizeof(uint32_t), decode_count},
+    {wire_virtual_count, table_id::network, sizeof(uint32_t), decode_count},
+    {wire_button_count, table_id::button, sizeof(uint32_t), decode_count},
+    {wire_physical, table_id::gpi, sizeof(wire_port), decode_port},
+    {wire_virtual, table_id::network, sizeof(wire_port), decode_port},
+    {wire_button, table_id::button, sizeof(wire_port), decode_port},
+    {wire_led, table_id::led, sizeof(wire_port), decode_port},
+    {wire_relay_info, table_id::relay, sizeof(wire_relay), decode_relay},
+    {wire_trigger, table_id::trigger, sizeof(wire_name), decode_name},
+    {wire_handler, table_id::handler, sizeof(wire_name), decode_name},
+    {wire_source, table_id::source, sizeof(wire_name), decode_name},
+    {wire_reply_type, table_id::gpi, sizeof(wire_reply), decode_reply},
 };
 
 struct applier {

@@ -6,6 +6,7 @@
 #include <zel_debug.h>
 
 #include <new>
+#include <utility>
 
 namespace zel::snmpd {
 namespace {
@@ -153,7 +154,11 @@ mib_objects::~mib_objects()
 {
     for (size_t table = 0; table < table_count; ++table) {
         while (!rows_[table].empty()) remove_row(static_cast<table_id>(table), rows_[table].begin()->first);
-        if (tables_[table] != nullptr) netsnmp_tdata_delete_table(tables_[table]);
+        if (tables_[table] != nullptr) {
+            snmp_free_varbind(std::exchange(tables_[table]->indexes_template, nullptr));   // which the library forgets
+            netsnmp_tdata_delete_table(tables_[table]);
+        }
+        if (descriptions_[table] != nullptr) netsnmp_table_registration_info_free(descriptions_[table]);
     }
 }
 
@@ -169,17 +174,23 @@ bool mib_objects::register_all()
 
 bool mib_objects::register_table(const table &of)
 {
-    const object_id id = objects_id(of.number);
     netsnmp_tdata *const rows = netsnmp_tdata_create_table(of.name, 0);
+    if (rows == nullptr) return false;
     tables_[at(of.id)] = rows;
-    netsnmp_table_registration_info *const info = SNMP_MALLOC_TYPEDEF(netsnmp_table_registration_info);
+    netsnmp_tdata_add_index(rows, ASN_UNSIGNED);
+    const object_id id = objects_id(of.number);
     netsnmp_handler_registration *const registration =
         netsnmp_create_handler_registration(of.name, table_handler, id.data(), id.size(), HANDLER_CAN_RWRITE);
-    if (rows == nullptr || info == nullptr || registration == nullptr) return false;
+    if (registration == nullptr) return false;
     registration->handler->myvoid = new table_context{this, &of};
     registration->handler->data_free = release_context;
     registration->handler->data_clone = copy_context;
-    netsnmp_tdata_add_index(rows, ASN_UNSIGNED);
+    netsnmp_table_registration_info *const info = SNMP_MALLOC_TYPEDEF(netsnmp_table_registration_info);
+    if (info == nullptr) {
+        netsnmp_handler_registration_free(registration);
+        return false;
+    }
+    descriptions_[at(of.id)] = info;
     netsnmp_table_helper_add_index(info, ASN_UNSIGNED);
     info->min_column = of.columns.front().number;
     info->max_column = of.columns.back().number;

@@ -11,6 +11,7 @@
 
 struct netsnmp_tdata_s;
 struct netsnmp_tdata_row_s;
+struct netsnmp_table_registration_info_s;
 struct netsnmp_request_info_s;
 
 namespace zel::snmpd {
@@ -56,6 +57,7 @@ private:
     const agent_figures &figures_;
     const bool udp_drives_gpis_;
     std::array<netsnmp_tdata_s *, table_count> tables_{};
+    std::array<netsnmp_table_registration_info_s *, table_count> descriptions_{};   // of the tables, for the agent library
     std::array<std::map<uint32_t, row_entry>, table_count> rows_;   // nodes, whose addresses the library keeps
 };
 

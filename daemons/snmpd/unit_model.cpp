@@ -41,14 +41,27 @@ void unit_model::link_complete()
     change_link(link_state::present);
 }
 
+namespace {
+
+template <typename map>
+std::vector<uint32_t> stale_ones(const map &rows)
+{
+    std::vector<uint32_t> stale;
+    for (const auto &[index, row] : rows) {
+        if (!row.fresh) stale.push_back(index);
+    }
+    return stale;
+}
+
+}  // namespace
+
 void unit_model::remove_stale(table_id table)
 {
-    std::vector<uint32_t> gone;
-    for_each(table, [&](uint32_t index) {
-        const bool fresh = is_counted(table) ? row(table, index)->fresh : name(table, index)->fresh;
-        if (!fresh) gone.push_back(index);
-    });
-    for (const uint32_t index : gone) is_counted(table) ? remove_row(table, index) : remove_name(table, index);
+    if (is_counted(table)) {
+        for (const uint32_t index : stale_ones(rows_[at(table)])) remove_row(table, index);
+    } else {
+        for (const uint32_t id : stale_ones(names_of(table))) remove_name(table, id);
+    }
 }
 
 bool unit_model::set_count(table_id table, uint32_t count)

@@ -94,7 +94,7 @@ TEST(decoder, keeps_the_true_count_of_a_list_that_is_longer_than_a_message)
     wire_port port = good_port();
     port.trigger_count = 200;
     port.active_count = 60;
-    const auto &row = std::get<row_message>(*decode(wire_physical, port)).row;
+    const port_row row = std::get<row_message>(*decode(wire_physical, port)).row;
     EXPECT_EQ(row.triggers.size(), wire_slots);
     EXPECT_EQ(row.trigger_count, 200u);
     EXPECT_EQ(row.active.size(), wire_slots);
