@@ -4,7 +4,7 @@ say() { printf '== %s\n' "$*"; }
 
 declare -A packages=(
     [build]="g++ cmake ninja-build libjansson-dev pkg-config libmicrohttpd-dev zlib1g-dev libcrypt-dev libavahi-core-dev libsnmp-dev"
-    [test]="libgtest-dev googletest iproute2 binutils clang jq snmp snmpd snmptrapd"
+    [test]="libgtest-dev googletest iproute2 binutils clang jq snmp snmpd snmptrapd curl"
     [arm]="g++-arm-linux-gnueabihf qemu-user googletest"
     [kernel]="qemu-system-arm cpio python3"
     [coverage]="gcovr"
