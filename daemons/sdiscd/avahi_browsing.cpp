@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 namespace zel::sdiscd {
 namespace {
@@ -97,12 +98,17 @@ void avahi_dnssd::note_loss(browse_node &node, const char *name)
     note({event::kind::lost, node.number, publish_outcome::failed, name});
 }
 
+// A resolver of avahi keeps the address that it had when the SRV record goes and comes back, and then gives the old address
+// with the new port. Only the first answer of each is relied on; at the next one another takes its place, within the time that
+// answers take to settle.
 void avahi_dnssd::refresh_resolver(resolve_node &node)
 {
+    if (std::exchange(node.renew, false)) node.resolver.reset();
     const int32_t index = interfaces::index_of(node.what.interface);
     if (index == 0 || (node.resolver && node.index == index)) return;
     node.index = index;
     node.loopback = interfaces::is_loopback(node.what.interface);
+    node.has_answered = false;
     node.resolver.reset(avahi_s_service_resolver_new(server_.get(), index, AVAHI_PROTO_INET, node.what.service.name.c_str(),
                                                      node.what.service.type.c_str(), "local", AVAHI_PROTO_INET,
                                                      static_cast<AvahiLookupFlags>(0), on_resolve, &node));
@@ -132,12 +138,14 @@ void avahi_dnssd::on_resolve(AvahiSServiceResolver *, AvahiIfIndex, AvahiProtoco
                              const char *, const char *, const char *host_name, const AvahiAddress *address, uint16_t port,
                              AvahiStringList *txt, AvahiLookupResultFlags, void *user_data)
 {
-    const auto *const node = static_cast<resolve_node *>(user_data);
+    auto *const node = static_cast<resolve_node *>(user_data);
     avahi_dnssd &self = *node->owner;
     try {
         event told{event::kind::unresolved, node->number};
         if (what == AVAHI_RESOLVER_FOUND) {
+            if (std::exchange(node->has_answered, true)) node->renew = self.look_again_ = true;
             told.details = details_of(host_name, address, port, txt);
+            log_message(4, "%s: '%s' is at %s:%u\n", __func__, name, told.details.address.c_str(), port);
             const std::string fault = fault_of(told.details, node->loopback);
             uint32_t left_out = 0;
             if (fault.empty()) told.what = event::kind::resolved;

@@ -101,6 +101,7 @@ private:
         resolver_handle resolver{};
         int32_t index = 0;
         bool loopback = false;
+        bool has_answered = false, renew = false;
     };
     struct address_node {
         avahi_dnssd *owner;

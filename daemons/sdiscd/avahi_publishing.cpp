@@ -173,6 +173,55 @@ void avahi_dnssd::on_group(AvahiServer *, AvahiSEntryGroup *, AvahiEntryGroupSta
     }
 }
 
+bool avahi_dnssd::is_stuck(const group_handle &group, progress &of, int64_t now)
+{
+    if (!group || avahi_s_entry_group_get_state(group.get()) != AVAHI_ENTRY_GROUP_REGISTERING) {
+        of.since_ms = 0;
+        return false;
+    }
+    if (of.since_ms == 0) of.since_ms = now;
+    const int64_t due = of.since_ms + of.patience_ms;
+    if (now >= due) {
+        of.since_ms = 0;
+        of.patience_ms *= 2;
+        return true;
+    }
+    progress_due_ = std::min(progress_due_.value_or(due), due);
+    return false;
+}
+
+void avahi_dnssd::watch_progress(int64_t now)
+{
+    progress_due_.reset();
+    for (auto &[number, node] : published_) {
+        if (!is_stuck(node.group, node.probing, now)) continue;
+        log_message(2, "%s: '%s' is not announced yet; beginning anew\n", __func__, node.what.place.service.name.c_str());
+        node.in_place = false;
+        node.stale = look_again_ = true;
+    }
+    for (auto &[name, node] : addresses_) {
+        if (!is_stuck(node.group, node.probing, now)) continue;
+        log_message(2, "%s: %s is not announced yet; beginning anew\n", __func__, node.host.c_str());
+        node.group.reset();
+        look_again_ = true;
+    }
+}
+
+void avahi_dnssd::begin_unfinished_anew()
+{
+    const auto is_unfinished = [](const group_handle &group) {
+        return group && avahi_s_entry_group_get_state(group.get()) == AVAHI_ENTRY_GROUP_REGISTERING;
+    };
+    for (auto &[number, node] : published_) {
+        if (!is_unfinished(node.group)) continue;
+        node.in_place = false;
+        node.stale = true;
+    }
+    for (auto &[name, node] : addresses_) {
+        if (is_unfinished(node.group)) node.group.reset();
+    }
+}
+
 // The address is announced where something is published.
 void avahi_dnssd::refresh_addresses()
 {
@@ -186,20 +235,20 @@ void avahi_dnssd::refresh_addresses()
     for (auto &[name, node] : addresses_) refresh_address(node);
 }
 
+// While the interface has no address nothing is said on it, so that the record can wait for the next one and be changed then.
 void avahi_dnssd::refresh_address(address_node &node)
 {
     const int32_t index = interfaces::index_of(node.interface);
     const std::string address = settings_.address.empty() ? interfaces::address_of(node.interface) : settings_.address;
     const std::string host = avahi_server_get_host_name_fqdn(server_.get());
-    if (node.group && node.index == index && node.host == host && node.address == address) return;
-    const bool in_place = node.group && node.index == index && node.host == host && !node.address.empty() && !address.empty();
+    if (node.group && node.index == index && node.host == host && (node.address == address || address.empty())) return;
+    const bool in_place = node.group && node.index == index && node.host == host;
     node.index = index;
     node.host = host;
     node.address = address;
     if (address.empty()) {
         log_message(1, "%s: %s has no IPv4 address; waiting for one\n", __func__, node.interface.c_str());
-        if (node.group) avahi_s_entry_group_reset(node.group.get());
-        return;
+        return node.group.reset();
     }
     log_message(2, "%s: %s is at %s on %s\n", __func__, host.c_str(), address.c_str(), node.interface.c_str());
     if (in_place && add_address(node, AVAHI_PUBLISH_UPDATE)) return;
@@ -218,7 +267,11 @@ bool avahi_dnssd::add_address(address_node &node, int flags)
 
 void avahi_dnssd::on_address(AvahiServer *, AvahiSEntryGroup *, AvahiEntryGroupState state, void *user_data)
 {
-    if (state == AVAHI_ENTRY_GROUP_COLLISION) static_cast<address_node *>(user_data)->owner->host_collided_ = true;
+    const auto *const node = static_cast<address_node *>(user_data);
+    if (state == AVAHI_ENTRY_GROUP_COLLISION) node->owner->host_collided_ = true;
+    if (state == AVAHI_ENTRY_GROUP_ESTABLISHED) {
+        log_message(4, "%s: %s is announced at %s\n", __func__, node->host.c_str(), node->address.c_str());
+    }
 }
 
 }  // namespace zel::sdiscd

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 namespace zel::sdiscd {
 namespace {
@@ -137,7 +138,7 @@ void avahi_dnssd::take_other_host_name()
 
 void avahi_dnssd::look_at_interfaces()
 {
-    look_again_ = true;
+    look_again_ = interfaces_changed_ = true;
 }
 
 void avahi_dnssd::settle(int64_t now)
@@ -154,19 +155,22 @@ void avahi_dnssd::settle(int64_t now)
     if (host_collided_) take_other_host_name();
     if (!server_ || failed_) return;
     for (auto &[number, node] : browsed_) ask_again(node, now);
+    watch_progress(now);
     if (!look_again_) return;
     look_again_ = false;
+    if (std::exchange(interfaces_changed_, false)) begin_unfinished_anew();
     refresh_addresses();
     for (auto &[number, node] : published_) refresh_publication(node);
     for (auto &[number, node] : browsed_) refresh_browser(node);
     for (auto &[number, node] : resolved_) refresh_resolver(node);
+    watch_progress(now);
 }
 
 std::optional<int64_t> avahi_dnssd::next_due() const
 {
     if (!events_.empty() || look_again_ || failed_ || host_collided_) return server_ || failed_ ? 0 : retry_ms_;
     if (!server_) return retry_ms_;
-    std::optional<int64_t> first;
+    std::optional<int64_t> first = progress_due_;
     for (const auto &[number, node] : browsed_) {
         if (node.browser && (!first || node.ask_again_ms < *first)) first = node.ask_again_ms;
     }

@@ -29,6 +29,7 @@ void discovery::client_connected(uint32_t link, const std::string &name, const p
     known_client &known = found->second;
     known.link = link;
     known.gone_ms = 0;
+    known.missed = false;
     if (known.process == process) return welcome_back(name, known);
     welcome_successor(name, known, process);
 }
@@ -84,10 +85,12 @@ discovery::client_table::value_type *discovery::by_link(uint32_t link)
 void discovery::see_off(client_table::iterator which)
 {
     const std::string name = which->first;
-    which->second.gone_ms = 0;
     if (around_.is_running(which->second.process)) {
-        log_message(1, "%s: '%s' stays away, though its process runs; its services are withdrawn until it returns\n", __func__,
-                    name.c_str());
+        if (!std::exchange(which->second.missed, true)) {
+            log_message(1, "%s: '%s' stays away, though its process runs; its services are withdrawn until it returns\n", __func__,
+                        name.c_str());
+        }
+        which->second.gone_ms = now_ + look_again_ms;
         return publications_.hold(name);
     }
     log_message(2, "%s: '%s' is gone\n", __func__, name.c_str());
@@ -149,8 +152,7 @@ void discovery::publication_changed(const std::string &name, const publication &
 // A name that is in dispute is watched also where no client looks for it.
 void discovery::watch_disputes()
 {
-    const std::vector<question> places = publications_.disputed();
-    lookups_.watch_for({places.begin(), places.end()});
+    lookups_.watch_for(publications_.disputed());
 }
 
 void discovery::found(uint32_t number, const std::string &name, bool local)

@@ -45,6 +45,7 @@ public:
     static constexpr int64_t grace_ms = 3'000;      // for a client that went to return
     static constexpr int64_t return_ms = 5'000;     // for the clients of the daemon's predecessor to return
     static constexpr int64_t renewal_ms = 5'000;    // for a new process to ask for what the one before it had asked for
+    static constexpr int64_t look_again_ms = 60'000;   // at the process of a client that stays away
     static constexpr size_t most_clients = 64;      // remembered, connected or not
 
     discovery(dnssd &network, surroundings &around);
@@ -78,7 +79,8 @@ private:
         process_identity process;
         uint32_t link = 0;           // 0: not connected
         bool restored = false;       // not seen since the daemon's start
-        int64_t gone_ms = 0;         // when it is taken for gone; 0: it is here, or that is done
+        bool missed = false;         // its process runs, but it stayed away
+        int64_t gone_ms = 0;         // when it is taken for gone unless its process runs; 0: it is here
         int64_t renewed_ms = 0;      // when what it has not asked for again is dropped; 0: no doubt
     };
     using client_table = std::map<std::string, known_client>;

@@ -2,7 +2,6 @@
 
 #include "zel_debug.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace zel::sdiscd {
@@ -201,17 +200,14 @@ std::string publications::owner_of(const service_id &service) const
     return "";
 }
 
-std::vector<question> publications::disputed() const
+std::set<question> publications::disputed() const
 {
-    std::vector<question> places;
+    std::set<question> places;
     for (const auto &[client, list] : clients_) {
         for (const auto &[service, of] : list) {
-            if (of.at == standing::collided) places.push_back({of.what.place.interface, service.type});
+            if (of.at == standing::collided) places.insert({of.what.place.interface, service.type});
         }
     }
-    std::ranges::sort(places);
-    const auto repeated = std::ranges::unique(places);
-    places.erase(repeated.begin(), repeated.end());
     return places;
 }
 

@@ -10,8 +10,8 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
-#include <vector>
 
 namespace zel::sdiscd {
 
@@ -67,7 +67,7 @@ public:
     // The client whose announcement of that name stands or is coming; "" if there is none.
     std::string owner_of(const service_id &service) const;
     // Where and after what collided requests must be watched for.
-    std::vector<question> disputed() const;
+    std::set<question> disputed() const;
     const std::map<std::string, of_client> &all() const { return clients_; }
 
 private:

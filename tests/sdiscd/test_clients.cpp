@@ -53,6 +53,20 @@ TEST_F(discovery_clients, a_process_that_was_held_up_for_long_has_all_that_it_as
     EXPECT_EQ(told(again), lines{"found vGPO1@B"});
 }
 
+TEST_F(discovery_clients, a_process_that_stayed_away_is_forgotten_once_it_has_ended)
+{
+    const uint32_t unit = connect("zel_gpio");
+    look(unit);
+    disconnect(unit);
+    pass(discovery::grace_ms);
+    pass(discovery::look_again_ms);
+    EXPECT_EQ(logic->client_count(), 1u);
+    machine.running.clear();
+    pass(discovery::look_again_ms);
+    EXPECT_EQ(logic->client_count(), 0u);
+    EXPECT_TRUE(net.browsed.empty());
+}
+
 TEST_F(discovery_clients, a_new_process_of_the_name_keeps_without_interruption_what_it_asks_for_again)
 {
     const uint32_t unit = connect("zel_gpio", 100);
