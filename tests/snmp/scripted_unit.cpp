@@ -25,6 +25,7 @@ void scripted_unit::event(zel_ipc_client_t *client, uint8_t type, const void *pa
     auto &self = *static_cast<scripted_unit *>(zel_ipc_client_user_data(client));
     if (type <= ZEL_IPC_LINK_MADE) {
         self.linked_ = type == ZEL_IPC_LINK_MADE;
+        if (self.linked_) self.tell_all();
         return;
     }
     request got{type, {}};

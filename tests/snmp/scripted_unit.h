@@ -18,7 +18,8 @@ public:
         snmpd::wire_request record;
     };
 
-    // Connects to the agent on this root, under this name. The environment's ZEL_ROOT is the test's own from then on.
+    // Connects to the agent on this root, under this name; when the link is made it tells of one output port (GPI 1), one input
+    // port (GPI 2), two relays, a trigger and a handler. The environment's ZEL_ROOT is the test's own from then on.
     explicit scripted_unit(const unit_root &root, const char *name = "zel_gpio", const char *server = "snmp_gpio");
     ~scripted_unit();
     scripted_unit(const scripted_unit &) = delete;
@@ -28,8 +29,6 @@ public:
     void send(uint8_t type, const void *payload, size_t length);
     template <typename record>
     void send(uint8_t type, const record &value) { send(type, &value, sizeof value); }
-    // One output port (GPI 1) and one input port (GPI 2), two relays, one trigger and one handler.
-    void tell_all();
     // The next request; the agent's question whether everything was told is answered by itself.
     std::optional<request> next_request();
     void answer(const request &to, int32_t result);
@@ -39,6 +38,7 @@ public:
 
 private:
     static void event(zel_ipc_client_t *client, uint8_t type, const void *payload, uint32_t length);
+    void tell_all();
     bool turn(int milliseconds);
 
     zel_ipc_client_t *client_ = nullptr;

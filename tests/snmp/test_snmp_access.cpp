@@ -94,7 +94,6 @@ TEST(snmp_access, of_a_user_of_version_3_changes_the_unit)
     const alone a;
     scripted_unit unit(a.root);
     ASSERT_TRUE(unit.await_link());
-    unit.tell_all();
     unit.settle();
     const manager by(user("operator", "authPriv", "operator pass", "private pass"));
     EXPECT_EQ(by.get("zelUnitState.0"), "present");

@@ -76,7 +76,6 @@ TEST(snmp_agentx, answers_within_its_time_when_the_unit_is_silent)
     p.agent = std::make_unique<agent_process>(p.root);
     scripted_unit unit(p.root);
     ASSERT_TRUE(p.agent->ready() && unit.await_link());
-    unit.tell_all();
     unit.settle();
     ASSERT_TRUE(p.writer.await("zelUnitState.0", "present"));
     auto done = std::async(std::launch::async, [&] { return p.writer.set({"zelGpiState.1", "i", "on"}); });

@@ -91,7 +91,6 @@ struct played {
         agent = std::make_unique<agent_process>(root);
         unit = std::make_unique<scripted_unit>(root);
         EXPECT_TRUE(receiver.ready() && agent->ready() && unit->await_link());
-        unit->tell_all();
         unit->settle();
         EXPECT_TRUE(receiver.await({"zelUnitState.0 = INTEGER: present(3)"}));
     }
@@ -180,7 +179,6 @@ TEST(snmp_notifications, to_nobody_do_not_hold_up_the_agent)
     const agent_process agent(root);
     scripted_unit unit(root);
     ASSERT_TRUE(agent.ready() && unit.await_link());
-    unit.tell_all();
     unit.settle();
     const manager reader;
     for (int round = 0; round < 20; ++round) {

@@ -242,7 +242,6 @@ struct played {
         agent = std::make_unique<agent_process>(root);
         unit = std::make_unique<scripted_unit>(root);
         EXPECT_TRUE(agent->ready() && unit->await_link());
-        unit->tell_all();
         unit->settle();
         EXPECT_EQ(writer.get("zelUnitState.0"), "present");
     }
