@@ -3,12 +3,13 @@
 set -eu
 root=$1
 zelctl="build/release/bin/zelctl --root $root"
+web_port=$(sed -n 's/.*"web".*"port": *\([0-9]*\).*/\1/p' "$root/etc/zel/unit.json" | head -n 1)
 cat <<TEXT
 
 A unit starts in $root. Its pins are simulated; its settings are in
   $root/etc/zel/unit.json
 
-Try, in a second terminal:
+Open http://127.0.0.1:${web_port:-8080}/ in a browser for its routing grid and its front panel, or try, in a second terminal:
   $zelctl watch              what happens, one line per change
   $zelctl press 1            close the contact of pin 1: a handler is called, a trigger
   $zelctl release 1          fires, and a relay follows it

@@ -72,13 +72,15 @@ json_t *report_unit(const unit_parts &unit)
     const auto up = std::chrono::steady_clock::now() - unit.started;
     const char *const root = std::getenv("ZEL_ROOT");
     const unit_settings &settings = unit.settings;
-    return json_pack("{s:s, s:s, s:s, s:i, s:I, s:s, s:s, s:b, s:s, s:b, s:{s:b, s:s, s:i}, s:{s:i, s:i, s:i, s:i}}",
+    return json_pack("{s:s, s:s, s:s, s:i, s:I, s:s, s:s, s:b, s:s, s:b, s:{s:b, s:s, s:i}, s:{s:b, s:s, s:i}, "
+                     "s:{s:i, s:i, s:i, s:i}}",
                      "product_id", settings.product_id.c_str(), "friendly_name", settings.friendly_name.c_str(),
                      "version", ZEL_VERSION, "pid", static_cast<int>(getpid()),
                      "uptime_s", static_cast<json_int_t>(std::chrono::duration_cast<std::chrono::seconds>(up).count()),
                      "root", root != nullptr ? root : "/", "interface", settings.interface.c_str(), "link_up", unit.link.up(),
                      "pin_backend", settings.pin_backend.c_str(), "udp_commands", settings.udp_enabled,
                      "ember", "open", unit.ember_open, "address", settings.ember.address.c_str(), "port", settings.ember.port,
+                     "web", "open", unit.web_open, "address", settings.web.address.c_str(), "port", settings.web.port,
                      "counts", "physical", static_cast<int>(settings.pins.size()), "virtual", settings.virtual_count,
                      "relays", settings.relay_count, "user_buttons", settings.user_buttons);
 }

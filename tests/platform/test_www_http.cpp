@@ -1,5 +1,7 @@
 // The server's HTTP: requests of every form, well made and not, over real sockets.
+#include "captured_stderr.h"
 #include "web_bench.h"
+#include "zel_debug.h"
 
 #include <gtest/gtest.h>
 
@@ -432,6 +434,29 @@ TEST_F(web_http, long_texts_are_compressed_for_those_who_take_it)
     wanted_size = 50000;
     const reply handlers = each.get("/cgi/echo.cgi?a", {{"Accept-Encoding", "gzip"}});
     EXPECT_EQ(unpacked(handlers.body), std::string(50000, 'x'));
+}
+
+TEST_F(web_http, requests_are_logged_at_detail_level_as_one_plain_line_each)
+{
+    start();
+    zel_debug_set_level(4);
+    captured_stderr log;
+    {
+        client each = connect();
+        (void)each.get("/nothing?\x1b[31m");
+        (void)each.post("/api/both", "a=secret");
+    }
+    std::string lines;
+    while (lines.find("POST") == std::string::npos) {
+        const std::string next = log.next();
+        ASSERT_FALSE(next.empty()) << lines;
+        lines += next;
+    }
+    log.restore();
+    zel_debug_set_level(2);
+    EXPECT_NE(lines.find("detail: end_request: 127.0.0.1 GET /nothing??[31m 404 "), std::string::npos) << lines;
+    EXPECT_NE(lines.find("127.0.0.1 POST /api/both 200 "), std::string::npos) << lines;
+    EXPECT_EQ(lines.find("secret"), std::string::npos) << "what was sent is nobody's business";
 }
 
 TEST_F(web_http, a_port_that_is_taken_gives_no_server)

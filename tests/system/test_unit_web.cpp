@@ -115,6 +115,15 @@ TEST_F(unit_web, says_what_the_unit_is)
     EXPECT_TRUE(json_is_false(json_object_get(unit_document.get(), "web_login")));
 }
 
+TEST_F(unit_web, the_status_says_where_the_pages_are)
+{
+    const json_handle answer = control_link(root).ask(R"({"request":"unit"})");
+    const json_t *const web = json_object_get(json_object_get(answer.get(), "unit"), "web");
+    EXPECT_TRUE(json_is_true(json_object_get(web, "open")));
+    EXPECT_EQ(json_integer_value(json_object_get(web, "port")), web_port);
+    EXPECT_NE(zelctl(root, {"status"}).out.find(own_address() + " port 8080"), std::string::npos);
+}
+
 TEST_F(unit_web, the_panel_lists_what_can_be_pressed_and_seen)
 {
     const json_handle panel = get("/api/panel");

@@ -108,6 +108,8 @@ std::string print_unit(const json_t *answer)
     const char *const by_udp = flag_in(unit, "udp_commands") ? ", GPI ports driven by UDP commands" : "";
     table.add({"pins", text_in(unit, "pin_backend") + by_udp});
     table.add({"ember+", flag_in(ember, "open") ? text_in(ember, "address") + " port " + text_in(ember, "port") : "not open"});
+    const json_t *const web = json_object_get(unit, "web");
+    table.add({"pages", flag_in(web, "open") ? text_in(web, "address") + " port " + text_in(web, "port") : "not open"});
     return table.text();
 }
 
