@@ -32,6 +32,7 @@ const appearances = [
     ['dark', {colorScheme: 'dark'}],
     ['on a phone', {colorScheme: 'light', viewport: {width: 390, height: 780}, hasTouch: true, isMobile: true}],
     ['on a small phone, dark', {colorScheme: 'dark', viewport: {width: 320, height: 640}, hasTouch: true, isMobile: true}],
+    ['on a phone held across', {colorScheme: 'dark', viewport: {width: 844, height: 390}, hasTouch: true, isMobile: true}],
 ];
 
 async function look_at_grid(page, name) {
