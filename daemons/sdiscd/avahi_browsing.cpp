@@ -6,15 +6,18 @@
 #include <avahi-common/address.h>
 #include <avahi-common/error.h>
 #include <avahi-common/strlst.h>
+#include <avahi-core/rr.h>
+
+#include <arpa/inet.h>
 
 #include <algorithm>
 #include <new>
-#include <utility>
 
 namespace zel::sdiscd {
 namespace {
 
 constexpr size_t most_txt_bytes = 1024;   // a client's field holds no more
+constexpr size_t most_addresses = 16;     // of one host
 constexpr int64_t ask_ms = 300'000, ask_quickly_ms = 15'000, missing_ms = 3'600'000;
 
 std::vector<std::string> strings_of(AvahiStringList *list)
@@ -98,21 +101,57 @@ void avahi_dnssd::note_loss(browse_node &node, const char *name)
     note({event::kind::lost, node.number, publish_outcome::failed, name});
 }
 
-// A resolver of avahi keeps the address that it had when the SRV record goes and comes back, and then gives the old address
-// with the new port. Only the first answer of each is relied on; at the next one another takes its place, within the time that
-// answers take to settle.
 void avahi_dnssd::refresh_resolver(resolve_node &node)
 {
-    if (std::exchange(node.renew, false)) node.resolver.reset();
     const int32_t index = interfaces::index_of(node.what.interface);
-    if (index == 0 || (node.resolver && node.index == index)) return;
+    if (index == 0) return;
+    if (node.resolver && node.index == index) return watch_host(node);
     node.index = index;
     node.loopback = interfaces::is_loopback(node.what.interface);
-    node.has_answered = false;
+    node.host_watch.reset();
+    node.watched_host.clear();
+    node.said = {};
     node.resolver.reset(avahi_s_service_resolver_new(server_.get(), index, AVAHI_PROTO_INET, node.what.service.name.c_str(),
                                                      node.what.service.type.c_str(), "local", AVAHI_PROTO_INET,
                                                      static_cast<AvahiLookupFlags>(0), on_resolve, &node));
     if (!node.resolver) note({event::kind::unresolved, node.number});
+}
+
+// A resolver of avahi holds on to an address: it gives a new one only when the old one has run out, and not even then when the
+// SRV record went and came back meanwhile. So the addresses of the host are followed here as well, and the latest one counts.
+void avahi_dnssd::watch_host(resolve_node &node)
+{
+    if (node.said.host == node.watched_host) return;
+    node.watched_host = node.said.host;
+    node.addresses.clear();
+    node.host_watch.reset();
+    const std::unique_ptr<AvahiKey, releaser<AvahiKey, avahi_key_unref>> key(
+        avahi_key_new(node.watched_host.c_str(), AVAHI_DNS_CLASS_IN, AVAHI_DNS_TYPE_A));
+    if (key) {
+        node.host_watch.reset(avahi_s_record_browser_new(server_.get(), node.index, AVAHI_PROTO_INET, key.get(),
+                                                         static_cast<AvahiLookupFlags>(0), on_host_address, &node));
+    }
+    if (!node.host_watch) log_message(1, "%s: The addresses of %s cannot be followed\n", __func__, node.watched_host.c_str());
+}
+
+void avahi_dnssd::tell_resolved(const resolve_node &node)
+{
+    service_details details = node.said;
+    if (node.host_watch && node.watched_host == details.host) {
+        if (node.addresses.empty()) return;   // it is about to be told
+        details.address = node.addresses.back();
+    }
+    event told{event::kind::unresolved, node.number};
+    const std::string fault = fault_of(details, node.loopback);
+    uint32_t left_out = 0;
+    if (fault.empty()) {
+        told.what = event::kind::resolved;
+        told.details = std::move(details);
+    } else if (hostile_log_.allows(now_ms(), left_out)) {
+        log_message(1, "%s: '%s' cannot be used, it gives %s (%u others were left out, too)\n", __func__,
+                    node.what.service.name.c_str(), fault.c_str(), left_out);
+    }
+    note(std::move(told));
 }
 
 void avahi_dnssd::on_browse(AvahiSServiceBrowser *, AvahiIfIndex, AvahiProtocol, AvahiBrowserEvent what, const char *name,
@@ -134,29 +173,39 @@ void avahi_dnssd::on_browse(AvahiSServiceBrowser *, AvahiIfIndex, AvahiProtocol,
     }
 }
 
-void avahi_dnssd::on_resolve(AvahiSServiceResolver *, AvahiIfIndex, AvahiProtocol, AvahiResolverEvent what, const char *name,
+void avahi_dnssd::on_resolve(AvahiSServiceResolver *, AvahiIfIndex, AvahiProtocol, AvahiResolverEvent what, const char *,
                              const char *, const char *, const char *host_name, const AvahiAddress *address, uint16_t port,
                              AvahiStringList *txt, AvahiLookupResultFlags, void *user_data)
 {
     auto *const node = static_cast<resolve_node *>(user_data);
     avahi_dnssd &self = *node->owner;
     try {
-        event told{event::kind::unresolved, node->number};
-        if (what == AVAHI_RESOLVER_FOUND) {
-            if (std::exchange(node->has_answered, true)) node->renew = self.look_again_ = true;
-            told.details = details_of(host_name, address, port, txt);
-            log_message(4, "%s: '%s' is at %s:%u\n", __func__, name, told.details.address.c_str(), port);
-            const std::string fault = fault_of(told.details, node->loopback);
-            uint32_t left_out = 0;
-            if (fault.empty()) told.what = event::kind::resolved;
-            else if (self.hostile_log_.allows(now_ms(), left_out)) {
-                log_message(1, "%s: '%s' cannot be used, it gives %s (%u others were left out, too)\n", __func__, name,
-                            fault.c_str(), left_out);
-            }
-        }
-        self.note(std::move(told));
+        if (what != AVAHI_RESOLVER_FOUND) return self.note({event::kind::unresolved, node->number});
+        node->said = details_of(host_name, address, port, txt);
+        if (node->said.host != node->watched_host) self.look_again_ = true;
+        self.tell_resolved(*node);
     } catch (const std::bad_alloc &) {
         self.failed_ = true;
+    }
+}
+
+void avahi_dnssd::on_host_address(AvahiSRecordBrowser *, AvahiIfIndex, AvahiProtocol, AvahiBrowserEvent what, AvahiRecord *record,
+                                  AvahiLookupResultFlags, void *user_data)
+{
+    auto *const node = static_cast<resolve_node *>(user_data);
+    if (what == AVAHI_BROWSER_FAILURE) node->owner->failed_ = true;
+    if (what != AVAHI_BROWSER_NEW && what != AVAHI_BROWSER_REMOVE) return;
+    try {
+        char text[INET_ADDRSTRLEN] = "";
+        const in_addr address{record->data.a.address.address};
+        if (inet_ntop(AF_INET, &address, text, sizeof text) == nullptr) return;
+        std::vector<std::string> &known = node->addresses;
+        std::erase(known, text);
+        if (what == AVAHI_BROWSER_NEW) known.emplace_back(text);
+        if (known.size() > most_addresses) known.erase(known.begin());
+        node->owner->tell_resolved(*node);
+    } catch (const std::bad_alloc &) {
+        node->owner->failed_ = true;
     }
 }
 

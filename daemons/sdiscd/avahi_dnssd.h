@@ -64,6 +64,7 @@ private:
     using group_handle = std::unique_ptr<AvahiSEntryGroup, releaser<AvahiSEntryGroup, avahi_s_entry_group_free>>;
     using browser_handle = std::unique_ptr<AvahiSServiceBrowser, releaser<AvahiSServiceBrowser, avahi_s_service_browser_free>>;
     using resolver_handle = std::unique_ptr<AvahiSServiceResolver, releaser<AvahiSServiceResolver, avahi_s_service_resolver_free>>;
+    using record_browser_handle = std::unique_ptr<AvahiSRecordBrowser, releaser<AvahiSRecordBrowser, avahi_s_record_browser_free>>;
     using server_handle = std::unique_ptr<AvahiServer, releaser<AvahiServer, avahi_server_free>>;
 
     // Each lives in a map, so that its place can be given to avahi; `index` is the interface that its object was made for.
@@ -101,7 +102,10 @@ private:
         resolver_handle resolver{};
         int32_t index = 0;
         bool loopback = false;
-        bool has_answered = false, renew = false;
+        service_details said{};                 // by the resolver
+        record_browser_handle host_watch{};
+        std::string watched_host{};
+        std::vector<std::string> addresses{};   // of that host, the latest last
     };
     struct address_node {
         avahi_dnssd *owner;
@@ -142,6 +146,8 @@ private:
     void ask_again(browse_node &node, int64_t now);
     void note_loss(browse_node &node, const char *name);
     void refresh_resolver(resolve_node &node);
+    void watch_host(resolve_node &node);
+    void tell_resolved(const resolve_node &node);
 
     static void on_server(AvahiServer *server, AvahiServerState state, void *user_data);
     static void on_group(AvahiServer *server, AvahiSEntryGroup *group, AvahiEntryGroupState state, void *user_data);
@@ -152,6 +158,9 @@ private:
                            AvahiResolverEvent event, const char *name, const char *type, const char *domain,
                            const char *host_name, const AvahiAddress *address, uint16_t port, AvahiStringList *txt,
                            AvahiLookupResultFlags flags, void *user_data);
+
+    static void on_host_address(AvahiSRecordBrowser *browser, AvahiIfIndex interface, AvahiProtocol protocol, AvahiBrowserEvent event,
+                                AvahiRecord *record, AvahiLookupResultFlags flags, void *user_data);
 
     event_loop &loop_;
     const responder_settings settings_;

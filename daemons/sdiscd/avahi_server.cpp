@@ -114,7 +114,11 @@ void avahi_dnssd::drop_server()
     for (auto &[name, node] : addresses_) (void)node.group.release();
     addresses_.clear();
     for (auto &[number, node] : browsed_) node.browser.reset();
-    for (auto &[number, node] : resolved_) node.resolver.reset();
+    for (auto &[number, node] : resolved_) {
+        node.resolver.reset();
+        node.host_watch.reset();
+        node.watched_host.clear();
+    }
     server_.reset();
     look_again_ = true;
 }

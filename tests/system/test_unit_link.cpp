@@ -1,11 +1,10 @@
 // "Eth Link Down" follows the interface's carrier. In a network of the test's own, which needs the right to make one.
 #include "running_unit.h"
+#include "two_hosts.h"
 
 #include <gtest/gtest.h>
 
-#include <sched.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
 
@@ -15,25 +14,6 @@ using namespace zel::test;
 namespace {
 
 constexpr const char *settings = R"(, "interface": "zel0", "relays": {"base_pin": 1, "count": 1})";
-
-bool ip(std::vector<std::string> words)
-{
-    words.insert(words.begin(), "ip");
-    return run(words).status == 0;
-}
-
-// Away from the machine's network, as root of a user space of its own where the test is no root.
-bool enter_own_network()
-{
-    const uid_t uid = getuid();
-    if (unshare(CLONE_NEWNET) != 0) {
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return false;
-        write_file("/proc/self/setgroups", "deny");
-        write_file("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
-    }
-    return ip({"link", "set", "lo", "up"}) && ip({"link", "add", "zelprobe0", "type", "veth", "peer", "name", "zelprobe1"}) &&
-           ip({"link", "del", "zelprobe0"});
-}
 
 class own_network : public testing::Test {
 protected:

@@ -162,7 +162,8 @@ TEST_F(unit_web, a_press_and_release_in_one_breath_are_both_seen)
     client each = browser();
     const auto form = [&each](const std::string &body) {
         return "POST /api/panel HTTP/1.1\r\nHost: " + each.host() + "\r\nOrigin: http://" + each.host() +
-               "\r\nContent-Type: application/x-www-form-urlencoded\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+               "\r\nContent-Type: application/x-www-form-urlencoded\r\nContent-Length: " + std::to_string(body.size()) +
+                   "\r\n\r\n" + body;
     };
     each.send(form("pin=1&level=active") + form("pin=1&level=inactive"));
     EXPECT_EQ(each.next().status, 200);
@@ -186,7 +187,8 @@ TEST_F(unit_web, presses_that_cannot_be_are_refused_with_one_line)
     const struct { const char *form; int status; } rows[] = {
         {"pin=999&level=active", 404}, {"pin=201&level=active", 404}, {"pin=101&level=active", 404}, {"pin=x&level=active", 404},
         {"pin=-1&level=active", 404}, {"pin=99999999999999999999&level=active", 404}, {"pin=1&level=high", 400}, {"pin=1", 400},
-        {"button=0&pressed=1", 404}, {"button=5&pressed=1", 404}, {"button=1&pressed=2", 400}, {"button=1", 400}, {"a=b", 400}, {"", 400},
+        {"button=0&pressed=1", 404}, {"button=5&pressed=1", 404}, {"button=1&pressed=2", 400}, {"button=1", 400}, {"a=b", 400},
+            {"", 400},
     };
     for (const auto &row : rows) {
         const reply answer = browser().post("/api/panel", row.form);
@@ -218,7 +220,8 @@ TEST_F(unit_web, the_librarys_refusals_pass_through)
     EXPECT_EQ(post("/cgi/gpioConn.cgi", "action=1&inputClass=physical&inputID=0&outputClass=event&outputID=3"), 501)
         << "a port is connected to a handler with the status of a failure";
     EXPECT_TRUE(is_connected("physical", 0, "event", 3));
-    EXPECT_EQ(browser().ask("POST", "/cgi/gpioConn.cgi", {{"Content-Type", "application/x-www-form-urlencoded"}}, "action=1").status, 403);
+    EXPECT_EQ(browser().ask("POST", "/cgi/gpioConn.cgi", {{"Content-Type", "application/x-www-form-urlencoded"}},
+                            "action=1").status, 403);
 }
 
 TEST_F(unit_web, wiring_by_others_is_told_as_a_change_of_the_grid)
@@ -258,14 +261,17 @@ TEST_F(unit_web, gives_the_pages_and_nothing_else_of_the_machine)
 
 TEST_F(unit_web, users_that_were_added_have_to_log_in)
 {
-    const run_result added = run({"/bin/sh", "-c", std::string("echo secret | ") + ZEL_UNIT + " --root " + root.path() + " --add-web-user anna"});
+    const run_result added = run({"/bin/sh", "-c", std::string("echo secret | ") + ZEL_UNIT + " --root " + root.path() +
+        " --add-web-user anna"});
     EXPECT_EQ(added.status, 0) << added.err;
     EXPECT_EQ(browser().get("/api/unit").status, 401);
     EXPECT_EQ(browser().get("/api/unit", {{"Authorization", "Basic YW5uYTpzZWNyZXQ="}}).status, 200);
     EXPECT_EQ(read_file(root.path() + "/etc/zel/web_users").find("secret"), std::string::npos);
-    const run_result refused = run({"/bin/sh", "-c", std::string("echo secret | ") + ZEL_UNIT + " --root " + root.path() + " --add-web-user a:b"});
+    const run_result refused = run({"/bin/sh", "-c", std::string("echo secret | ") + ZEL_UNIT + " --root " + root.path() +
+        " --add-web-user a:b"});
     EXPECT_EQ(refused.status, 1);
-    const run_result empty = run({"/bin/sh", "-c", std::string(ZEL_UNIT) + " --root " + root.path() + " --add-web-user bert < /dev/null"});
+    const run_result empty = run({"/bin/sh", "-c", std::string(ZEL_UNIT) + " --root " + root.path() +
+        " --add-web-user bert < /dev/null"});
     EXPECT_EQ(empty.status, 1);
     EXPECT_EQ(run({ZEL_UNIT, "--add-web-user"}).status, 2);
 }
@@ -301,7 +307,8 @@ TEST(unit_web_alone, a_unit_that_all_may_reach_warns_until_somebody_must_log_in)
         unit.signal(SIGTERM);
         EXPECT_EQ(unit.wait(), 0);
     }
-    EXPECT_EQ(run({"/bin/sh", "-c", std::string("echo secret | ") + ZEL_UNIT + " --root " + root.path() + " --add-web-user anna"}).status, 0);
+    EXPECT_EQ(run({"/bin/sh", "-c", std::string("echo secret | ") + ZEL_UNIT + " --root " + root.path() +
+        " --add-web-user anna"}).status, 0);
     child_process unit(alone);
     EXPECT_TRUE(unit.err.await("is ready"));
     unit.signal(SIGTERM);

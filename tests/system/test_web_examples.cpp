@@ -43,7 +43,8 @@ std::vector<example> examples_in(const std::string &text)
 std::string with_own_address(std::string text)
 {
     const std::string written = "127.0.0.1:8080";
-    for (size_t at = 0; (at = text.find(written, at)) != std::string::npos;) text.replace(at, written.size(), own_address() + ":8080");
+    for (size_t at = 0; (at = text.find(written, at)) != std::string::npos;) text.replace(at, written.size(), own_address() +
+        ":8080");
     return text;
 }
 
