@@ -117,7 +117,8 @@ bool event_stream::send_all(std::string_view event, std::string_view data) noexc
 
 void event_stream::send_alive() noexcept
 {
-    for (zel_web_listener &each : listeners_) (void)send(each, ": alive\n\n");
+    // An event, since a page is not told of comments: it can tell a lost unit from a quiet one.
+    for (zel_web_listener &each : listeners_) (void)send(each, "event: alive\ndata: {}\n\n");
 }
 
 void event_stream::end_all() noexcept

@@ -133,8 +133,8 @@ TEST_F(web_events, silence_is_broken_by_a_sign_of_life)
     config.alive_ms = 100;
     start(config);
     const auto each = listener();
-    EXPECT_EQ(each->event(true), ": alive");
-    EXPECT_EQ(each->event(true), ": alive");
+    EXPECT_EQ(each->event(true), "alive|{}");
+    EXPECT_EQ(each->event(true), "alive|{}");
 }
 
 TEST_F(web_events, a_listener_stays_longer_than_any_request_may_take)
@@ -146,7 +146,7 @@ TEST_F(web_events, a_listener_stays_longer_than_any_request_may_take)
     config.idle_ms = 1000;
     start(config);
     const auto each = listener();
-    for (int i = 0; i < 8; ++i) EXPECT_EQ(each->event(true), ": alive");
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(each->event(true), "alive|{}");
 }
 
 TEST_F(web_events, a_listener_that_left_is_forgotten)

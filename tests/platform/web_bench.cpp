@@ -230,8 +230,7 @@ std::string client::event(bool with_life)
     }
     std::string text = events_.substr(0, end), name, data;
     events_.erase(0, end + 2);
-    if (text.starts_with(":") && !with_life) return event();
-    if (text.starts_with(":") || text.starts_with("retry:")) return text;
+    if (text.starts_with("retry:")) return text;
     for (size_t begin = 0; begin < text.size();) {
         const size_t stop = std::min(text.find('\n', begin), text.size());
         const std::string each = text.substr(begin, stop - begin);
@@ -239,7 +238,7 @@ std::string client::event(bool with_life)
         if (each.starts_with("data: ")) data += (data.empty() ? "" : "\n") + each.substr(6);
         begin = stop + 1;
     }
-    return name + "|" + data;
+    return name == "alive" && !with_life ? event() : name + "|" + data;
 }
 
 std::string unpacked(const std::string &gzip)
