@@ -1,4 +1,5 @@
-// The grid document over HTTP: written anew at each request by the library inside a host's loop, beside nginx giving the same bytes
+// The grid document over HTTP: written anew at each request by the library inside a host's loop, beside nginx giving the same
+// bytes
 // as a file. Requests per second at 1 and at 32 connections, interleaved rounds; then size and time of the largest grid.
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -42,10 +43,12 @@ std::string grid_section(int handlers, int triggers)
     }
     std::string infos;
     for (int i = 0; i < handlers; ++i) {
-        infos += (i == 0 ? "\"" : ",\"") + name("Handler", i) + R"(": {"triggers": ")" + list + R"(", "trigger_inverts": ")" + inverts + "\"}";
+        infos += (i == 0 ? "\"" : ",\"") + name("Handler", i) +
+            R"(": {"triggers": ")" + list + R"(", "trigger_inverts": ")" + inverts + "\"}";
         on_grid += (i == 0 ? "" : ", ") + name("Handler", i);
     }
-    return R"({"on_grid_handlers": ")" + on_grid + R"(", "on_grid_triggers": ")" + list + R"(", "handler_info": {)" + infos + "}}";
+    return R"({"on_grid_handlers": ")" + on_grid + R"(", "on_grid_triggers": ")" + list + R"(", "handler_info": {)" + infos +
+           "}}";
 }
 
 void start_unit(int handlers, int triggers)
@@ -62,7 +65,8 @@ size_t write_document(std::vector<char> &room)
     int status = 200;
     char *reply = nullptr;
     size_t length = 0;
-    (void)url_handler_gpioGrid.func(nullptr, "grid=1", 6, nullptr, 0, &status, &reply, &length, nullptr, room.data(), room.size());
+    (void)url_handler_gpioGrid.func(nullptr, "grid=1", 6, nullptr, 0, &status, &reply, &length, nullptr, room.data(),
+                                    room.size());
     bench::require(status == 200 && reply != nullptr, "writing the document");
     return length;
 }
@@ -115,7 +119,8 @@ std::string fetched(uint16_t port, const std::string &path)
     if (connect(fd, reinterpret_cast<sockaddr *>(&to), sizeof to) != 0 || send(fd, text.data(), text.size(), 0) < 0) text.clear();
     std::string reply;
     char buffer[65536];
-    for (ssize_t got; !text.empty() && (got = recv(fd, buffer, sizeof buffer, 0)) > 0;) reply.append(buffer, static_cast<size_t>(got));
+    for (ssize_t got; !text.empty() && (got = recv(fd, buffer, sizeof buffer, 0)) > 0;) reply.append(buffer,
+        static_cast<size_t>(got));
     close(fd);
     const size_t end = reply.find("\r\n\r\n");
     return reply.starts_with("HTTP/1.1 200") && end != std::string::npos ? reply.substr(end + 4) : "";
@@ -128,7 +133,8 @@ uint16_t free_port()
     at.sin_family = AF_INET;
     at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof at;
-    bench::require(bind(fd, reinterpret_cast<sockaddr *>(&at), length) == 0 && getsockname(fd, reinterpret_cast<sockaddr *>(&at), &length) == 0,
+    bench::require(bind(fd, reinterpret_cast<sockaddr *>(&at), length) == 0 && getsockname(fd,
+        reinterpret_cast<sockaddr *>(&at), &length) == 0,
                    "finding a port");
     close(fd);
     return ntohs(at.sin_port);
@@ -161,14 +167,16 @@ void start_peer(child &peer, const std::string &folder, uint16_t port, const std
 
 double requests_per_second(int connections, uint16_t port, const std::string &path)
 {
-    const std::string command = "wrk -t1 -c" + std::to_string(connections) + " -d1s 'http://127.0.0.1:" + std::to_string(port) + path + "'";
+    const std::string command = "wrk -t1 -c" + std::to_string(connections) + " -d1s 'http://127.0.0.1:" +
+        std::to_string(port) + path + "'";
     FILE *const output = popen(command.c_str(), "r");
     bench::require(output != nullptr, "starting wrk");
     double rate = 0;
     char line[256];
     while (std::fgets(line, sizeof line, output) != nullptr) {
         (void)std::sscanf(line, "Requests/sec: %lf", &rate);
-        bench::require(std::strstr(line, "Non-2xx") == nullptr && std::strstr(line, "Socket errors") == nullptr, "wrk without errors");
+        bench::require(std::strstr(line, "Non-2xx") == nullptr && std::strstr(line, "Socket errors") == nullptr,
+                       "wrk without errors");
     }
     (void)pclose(output);
     bench::require(rate > 0, "wrk (package wrk)");
@@ -214,8 +222,8 @@ void compare(server ours, server peer, size_t size)
             peer.run(connections);
             ratios.push_back(ours.rates.back() / peer.rates.back());
         }
-        std::printf("| grid over HTTP, %zu bytes, %d connection%s | %.0f/s written anew, %.0f us of processor each | nginx, a file %.0f/s, "
-                    "%.0f us | ratio %.2f, in processor time %.2f |\n",
+        std::printf("| grid over HTTP, %zu bytes, %d connection%s | %.0f/s written anew, %.0f us of processor each | "
+                    "nginx, a file %.0f/s, %.0f us | ratio %.2f, in processor time %.2f |\n",
                     size, connections, connections == 1 ? "" : "s", median(ours.rates), median(ours.costs), median(peer.rates),
                     median(peer.costs), median(ratios), median(peer.costs) / median(ours.costs));
         std::fflush(stdout);

@@ -27,8 +27,8 @@ int pin_level(const panel_pin &each, bool port_level);
 
 json_t *report_panel(const unit_parts &unit);
 
-// Contacts that are to be closed and opened. At most one move of a pin per turn of the host's loop: two in one turn would leave no
-// edge for the library to see.
+// Contacts that are to be closed and opened. At most one move of a pin per turn of the host's loop: two in one turn would leave
+// no edge for the library to see.
 class contact_moves {
 public:
     // False if the pin is not simulated.

@@ -66,7 +66,8 @@ bool add_web_user(const std::string &name, std::string &problem)
 {
     const bool at_terminal = isatty(STDIN_FILENO) != 0;
     std::optional<std::string> password = at_terminal ? typed("Password: ") : read_line();
-    if (!password || password->empty() || password->size() > longest_password || std::strlen(password->c_str()) != password->size()) {
+    if (!password || password->empty() || password->size() > longest_password ||
+        std::strlen(password->c_str()) != password->size()) {
         problem = "a password of 1 to 256 bytes is needed, as a line of the standard input";
         return false;
     }

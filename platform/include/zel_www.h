@@ -85,14 +85,15 @@ typedef struct zel_web_request {
     size_t body_len;
 } zel_web_request_t;
 
-/** Answers a request by calling zel_web_reply_text once. If it does not, the answer is 500. It may call zel_web_server_send_event. */
+/** Answers a request by calling zel_web_reply_text once; if it does not, the answer is 500. It may send events. */
 typedef void (*zel_web_document_cb_t)(void *user_data, const zel_web_request_t *request, zel_web_reply_t *reply);
-/** A listener has come: what zel_web_listener_send gives it here is the first that it hears. The listener is borrowed for the call. */
+/** A listener has come: what zel_web_listener_send gives it here is the first that it hears. It is borrowed for the call. */
 typedef void (*zel_web_greet_cb_t)(void *user_data, zel_web_listener_t *listener);
 
 enum { ZEL_WEB_GET = 1, ZEL_WEB_POST = 2 };
 
-/** Listen. The configuration is copied. Null on failure (port taken, no memory, built without the server), with the cause in the log. */
+/** Listen. The configuration is copied. Null on failure (port taken, no memory, built without the server),
+    with the cause in the log. */
 zel_web_server_t *zel_web_server_open(const zel_web_server_config_t *config);
 /** Close all connections and release the server; null is allowed. Not from a callback of its own. */
 void zel_web_server_close(zel_web_server_t *server);
@@ -120,16 +121,16 @@ int zel_web_server_set_event_stream(zel_web_server_t *server, const char *path, 
 int zel_web_server_listener_count(const zel_web_server_t *server);
 /**
  * Send an event to all listeners, in the order of the calls. `event`: its name, without line feeds; `data`: its text. Nothing is
- * waited for: what a listener does not read is kept, up to 256 KiB, beyond which that listener is dropped. 0, or -1 for want of memory
- * (who could not be told is dropped, so that no listener misses an event unknowingly).
+ * waited for: what a listener does not read is kept, up to 256 KiB, beyond which that listener is dropped. 0, or -1 for want of
+ * memory (who could not be told is dropped, so that no listener misses an event unknowingly).
  */
 int zel_web_server_send_event(zel_web_server_t *server, const char *event, const char *data);
 /** Send an event to one listener. 0 or -1, as above. */
 int zel_web_listener_send(zel_web_listener_t *listener, const char *event, const char *data);
 
 /**
- * Add a user to a users file, or give a user another password; the file is made if it is not there, for its owner only. `user`: 1 to
- * 64 printable ASCII characters without ':'; `password`: 1 to 256 bytes. Only a salted hash is stored. 0, or -1 with the
+ * Add a user to a users file, or give a user another password; the file is made if it is not there, for its owner only. `user`:
+ * 1 to 64 printable ASCII characters without ':'; `password`: 1 to 256 bytes. Only a salted hash is stored. 0, or -1 with the
  * cause in the log. Takes some ten milliseconds by design.
  */
 int zel_web_users_set(const char *users_file, const char *user, const char *password);

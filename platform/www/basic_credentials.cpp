@@ -38,7 +38,9 @@ std::optional<std::string> decode_base64(std::string_view text)
 std::optional<credentials> parse_basic(std::string_view authorization)
 {
     constexpr std::string_view scheme = "Basic ";
-    if (authorization.size() < scheme.size() || strncasecmp(authorization.data(), scheme.data(), scheme.size()) != 0) return std::nullopt;
+    const bool basic =
+        authorization.size() >= scheme.size() && strncasecmp(authorization.data(), scheme.data(), scheme.size()) == 0;
+    if (!basic) return std::nullopt;
     authorization.remove_prefix(scheme.size());
     while (authorization.starts_with(' ')) authorization.remove_prefix(1);
     const auto text = decode_base64(authorization);

@@ -53,9 +53,8 @@ bool is_worth_compressing(std::string_view content_type, size_t length)
 std::optional<std::string> gzip(std::string_view text, int level)
 {
     z_stream stream{};
-    if (text.size() > UINT_MAX || deflateInit2(&stream, level, Z_DEFLATED, gzip_window, memory_level, Z_DEFAULT_STRATEGY) != Z_OK) {
-        return std::nullopt;
-    }
+    if (text.size() > UINT_MAX) return std::nullopt;
+    if (deflateInit2(&stream, level, Z_DEFLATED, gzip_window, memory_level, Z_DEFAULT_STRATEGY) != Z_OK) return std::nullopt;
     std::string packed(text.size(), '\0');   // a longer one is not wanted
     stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(text.data()));
     stream.avail_in = static_cast<uInt>(text.size());

@@ -70,7 +70,8 @@ void login::check(login_wait &each, MHD_Connection *mhd, std::string_view author
 }
 
 // Requests that come in one breath with the same password wait for one check.
-bool login::begin(login_wait &each, MHD_Connection *mhd, std::string_view authorization, const digest &sign, const std::string &peer)
+bool login::begin(login_wait &each, MHD_Connection *mhd, std::string_view authorization, const digest &sign,
+                  const std::string &peer)
 {
     each.mhd = mhd;
     for (job &running : jobs_) {
@@ -118,8 +119,8 @@ void login::note_failure(const std::string &peer)
     const auto wait = std::min(longest_wait, first_wait * (1 << std::min(each.count, 6)));
     ++each.count;
     each.until = now + wait;
-    log_message(1, "%s: A log-in from %s failed (%d in a row); the next one is heard in %d s\n", __func__, peer.c_str(), each.count,
-                static_cast<int>(wait.count()));
+    log_message(1, "%s: A log-in from %s failed (%d in a row); the next one is heard in %d s\n", __func__, peer.c_str(),
+                each.count, static_cast<int>(wait.count()));
 }
 
 void login::resume(login_wait &each, login_state state)

@@ -33,7 +33,8 @@ void give_back(void *buffer)
 
 response_ptr buffer_response(std::unique_ptr<reply_buffer> buffer, size_t length)
 {
-    response_ptr response(MHD_create_response_from_buffer_with_free_callback_cls(length, buffer->bytes.get(), give_back, buffer.get()));
+    char *const bytes = buffer->bytes.get();
+    response_ptr response(MHD_create_response_from_buffer_with_free_callback_cls(length, bytes, give_back, buffer.get()));
     if (response) (void)buffer.release();
     return response;
 }
@@ -44,7 +45,8 @@ bool pays(const char *content_type, size_t length)
 }
 
 // What is told of a text that was made for this one request.
-MHD_Result send_fresh(MHD_Connection *mhd, request &each, unsigned status, const char *content_type, response_ptr response, bool varies)
+MHD_Result send_fresh(MHD_Connection *mhd, request &each, unsigned status, const char *content_type, response_ptr response,
+                      bool varies)
 {
     if (!response) return MHD_NO;
     if (varies) add_header(response.get(), "Vary", "Accept-Encoding");

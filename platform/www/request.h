@@ -39,7 +39,8 @@ struct request {
     unsigned status = 0;
     uint64_t size = 0;
 
-    // Takes the target apart. False, with an empty path, for one that is none: not an absolute path, a zero byte in it, a broken escape.
+    // Takes the target apart. False, with an empty path, for one that is none: not an absolute path, a zero byte in it, a broken
+    // escape.
     bool split_target();
     // Adds a piece of the body; beyond the longest one nothing is kept.
     void add_body(std::string_view piece);

@@ -1,7 +1,7 @@
 // Which requests are refused before anything is done for them.
 //
-// A page of a foreign site that is open in an operator's browser can send requests here, and can make its own name resolve to this
-// machine's address. The first is seen by the Origin that browsers add, the second by the Host, which is then that name.
+// A page of a foreign site that is open in an operator's browser can send requests here, and can make its own name resolve to
+// this machine's address. The first is seen by the Origin that browsers add, the second by the Host, which is then that name.
 #pragma once
 
 #include "replies.h"

@@ -66,7 +66,8 @@ unique_fd listening_socket(const char *address_text, uint16_t port)
     unique_fd fd(socket(address.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int on = 1;
     const bool ready = fd && setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0 &&
-                       bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), length) == 0 && listen(fd.get(), backlog) == 0;
+                       bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), length) == 0 &&
+                       listen(fd.get(), backlog) == 0;
     if (!ready) fd.reset();
     return fd;
 }

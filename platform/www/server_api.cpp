@@ -75,7 +75,8 @@ int zel_web_server_needs_login(zel_web_server_t *server)
     }
 }
 
-int zel_web_server_add_document(zel_web_server_t *server, const char *path, int methods, zel_web_document_cb_t callback, void *user_data)
+int zel_web_server_add_document(zel_web_server_t *server, const char *path, int methods, zel_web_document_cb_t callback,
+                                void *user_data)
 {
     if (server == nullptr || path == nullptr) return -1;
     try {

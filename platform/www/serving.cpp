@@ -75,7 +75,8 @@ MHD_Result zel_web_server::take(void *self, MHD_Connection *mhd, const char *, c
     }
 }
 
-void zel_web_server::note_connection(void *self, MHD_Connection *mhd, void **context, MHD_ConnectionNotificationCode what) noexcept
+void zel_web_server::note_connection(void *self, MHD_Connection *mhd, void **context,
+                                     MHD_ConnectionNotificationCode what) noexcept
 {
     connection_list &list = static_cast<zel_web_server *>(self)->connections_;
     if (what == MHD_CONNECTION_NOTIFY_STARTED) *context = list.started(mhd);
@@ -154,8 +155,10 @@ error_reply zel_web_server::refusal_of_login(const open_request &each) const
     switch (each.login.state) {
     case login_state::passed: return {};
     case login_state::impossible: return {503, "nobody can log in at present", nullptr, ""};
-    case login_state::must_wait:
-        return {429, "too many log-ins failed; wait", "Retry-After", std::to_string(std::max(1, login_.wait_of(each.asked.link->peer)))};
+    case login_state::must_wait: {
+        const int wait = std::max(1, login_.wait_of(each.asked.link->peer));
+        return {429, "too many log-ins failed; wait", "Retry-After", std::to_string(wait)};
+    }
     default: return {401, "log in", "WWW-Authenticate", "Basic realm=\"unit\", charset=\"UTF-8\""};
     }
 }

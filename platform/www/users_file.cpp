@@ -106,7 +106,8 @@ bool write_users(const std::string &path, const user_table &users)
     const std::string temporary = path + ".new";
     (void)unlink(temporary.c_str());
     const unique_fd file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    const bool done = file && write_all(file.get(), text) && fsync(file.get()) == 0 && rename(temporary.c_str(), path.c_str()) == 0;
+    const bool done = file && write_all(file.get(), text) && fsync(file.get()) == 0 &&
+                      rename(temporary.c_str(), path.c_str()) == 0;
     if (done || !file) return done;
     const int error = errno;
     (void)unlink(temporary.c_str());

@@ -1,4 +1,5 @@
-// The file of users: one "name:hash" per line, the hash as crypt(3) makes it. Lines that begin with '#' and empty ones are ignored.
+// The file of users: one "name:hash" per line, the hash as crypt(3) makes it. Lines that begin with '#' and empty ones are
+// ignored.
 #pragma once
 
 #include <map>

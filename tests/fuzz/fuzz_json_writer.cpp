@@ -55,7 +55,8 @@ struct both {
     {
         comparable &= is_utf8(name) && is_utf8(text);
         if (in_array()) (void)json_array_append_new(open.back(), value);
-        else if (comparable && json_object_get(open.back(), name.c_str()) == nullptr) (void)json_object_set_new(open.back(), name.c_str(), value);
+        else if (comparable && json_object_get(open.back(), name.c_str()) == nullptr) (void)json_object_set_new(open.back(),
+            name.c_str(), value);
         else comparable = false, json_decref(value);
     }
 };
@@ -82,12 +83,14 @@ void run(steps &input, both &doc)
             doc.add(given, json_boolean(value));
         } else if (what < 5 && doc.open.size() < 50) {
             json_t *const inner = what == 3 ? json_object() : json_array();
-            doc.pos = what == 3 ? zel_json_writer_new_obj(buf, size, doc.pos, name) : zel_json_writer_new_array(buf, size, doc.pos, name);
+            doc.pos = what == 3 ? zel_json_writer_new_obj(buf, size, doc.pos, name) : zel_json_writer_new_array(buf, size,
+                doc.pos, name);
             json_incref(inner);
             doc.add(given, inner);
             doc.open.push_back(inner);
         } else if (what == 5 && doc.open.size() > 1) {
-            doc.pos = doc.in_array() ? zel_json_writer_end_array(buf, size, doc.pos) : zel_json_writer_end_obj(buf, size, doc.pos);
+            doc.pos = doc.in_array() ? zel_json_writer_end_array(buf, size, doc.pos) : zel_json_writer_end_obj(buf, size,
+                doc.pos);
             json_decref(doc.open.back());
             doc.open.pop_back();
         }

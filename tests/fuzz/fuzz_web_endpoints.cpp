@@ -42,7 +42,8 @@ void request(const zel_web_url_handler_t &endpoint, const std::string &query, co
     int status = 200;
     char *reply = nullptr;
     size_t length = 0;
-    require(endpoint.func(nullptr, query.empty() ? nullptr : query.c_str(), query.size(), body.empty() ? nullptr : body.c_str(), body.size(),
+    require(endpoint.func(nullptr, query.empty() ? nullptr : query.c_str(), query.size(), body.empty() ? nullptr
+                          : body.c_str(), body.size(),
                           &status, &reply, &length, nullptr, buffer.data(), buffer.size()) == 1);
     require(status == 200 || status == 501);
     if (reply == nullptr || length == 0 || status != 200) return;

@@ -79,7 +79,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         require(pairs[i].value >= form.data() && pairs[i].value + std::strlen(pairs[i].value) < form.data() + form.size());
         require(pairs[i].key == wanted[static_cast<size_t>(i)].key && pairs[i].value == wanted[static_cast<size_t>(i)].value);
         long number = 0;
-        if (zel_web_key_valtol(pairs[i].key, pairs, most, &number) == 0) require(std::to_string(number).size() <= std::strlen(pairs[i].value) + 1);
+        if (zel_web_key_valtol(pairs[i].key, pairs, most,
+                               &number) == 0) require(std::to_string(number).size() <= std::strlen(pairs[i].value) + 1);
     }
     for (int i = count; i < most; ++i) require(pairs[i].key == -1 && pairs[i].value == nullptr);
     return 0;

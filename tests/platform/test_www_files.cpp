@@ -65,9 +65,11 @@ TEST_F(web_files, nothing_leads_out_of_the_folder)
     ASSERT_EQ(symlink("..", path("up").c_str()), 0);
     ASSERT_EQ(symlink("/etc", path("etc").c_str()), 0);
     ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
-    for (const char *target : {"/../outside.txt", "/a/../../outside.txt", "/%2e%2e/outside.txt", "/..%2foutside.txt", "/%2e%2e%2foutside.txt",
+    for (const char *target : {"/../outside.txt", "/a/../../outside.txt", "/%2e%2e/outside.txt", "/..%2foutside.txt",
+        "/%2e%2e%2foutside.txt",
                                "/js/%2e%2e/index.html", "/link.txt", "/up/outside.txt", "/etc/passwd", "/.secret", "/.git/config",
-                               "/%2esecret", "/js", "/sub", "//etc/passwd", "/%2fetc/passwd", "/js//grid.js", "/./index.html", "/pipe",
+                               "/%2esecret", "/js", "/sub", "//etc/passwd", "/%2fetc/passwd", "/js//grid.js", "/./index.html",
+                                   "/pipe",
                                "/nothing", "/index.html/", "/index.html/x", "/..", "/...", "/\\..\\outside.txt", "/js/"}) {
         const reply answer = browser->get(target);
         EXPECT_EQ(answer.status, 404) << target;

@@ -25,7 +25,8 @@ std::atomic<int> calls{0};
 std::atomic<size_t> wanted_size{0};
 std::atomic<int> wanted_status{200};
 
-int echo(void *, const char *query, size_t query_len, const char *body, size_t body_len, int *status, char **reply, size_t *reply_len,
+int echo(void *, const char *query, size_t query_len, const char *body, size_t body_len, int *status, char **reply,
+         size_t *reply_len,
          void *, char *buf, size_t size)
 {
     ++calls;
@@ -61,7 +62,8 @@ void answer_document(void *, const zel_web_request_t *request, zel_web_reply_t *
         EXPECT_EQ(zel_web_reply_text(reply, 200, "text/plain", nullptr, 1), -1);
         return;
     }
-    const std::string text = query == "long" ? std::string(20000, 'a') : std::string(request->method) + " " + request->path + " " + request->body;
+    const std::string text = query == "long" ? std::string(20000, 'a') : std::string(request->method) + " " + request->path +
+        " " + request->body;
     (void)zel_web_reply_text(reply, query == "teapot" ? 418 : 200, "text/plain; charset=utf-8", text.data(), text.size());
 }
 
@@ -104,7 +106,8 @@ TEST_F(web_http, requests_sent_in_one_breath_are_answered_in_their_order)
     client each = connect();
     const std::string rest = " HTTP/1.1\r\nHost: " + each.host() + "\r\n\r\n";
     each.send("GET /cgi/echo.cgi?1" + rest + "GET /cgi/echo.cgi?2" + rest + "GET /cgi/echo.cgi?3" + rest);
-    for (const char *number : {"1", "2", "3"}) EXPECT_EQ(each.next().body, std::string("{\"query\":\"") + number + "\",\"body\":\"\"}");
+    for (const char *number : {"1", "2", "3"}) EXPECT_EQ(each.next().body, std::string("{\"query\":\"") + number +
+                                                         "\",\"body\":\"\"}");
 }
 
 TEST_F(web_http, a_handler_gets_query_and_form_as_they_were_sent)
@@ -250,7 +253,8 @@ TEST_F(web_http, a_body_that_a_get_brings_along_is_not_looked_at)
 TEST_F(web_http, only_forms_are_taken)
 {
     start();
-    for (const char *type : {"", "text/plain", "application/json", "multipart/form-data; boundary=x", "application/x-www-form-urlencodedx"}) {
+    for (const char *type : {"", "text/plain", "application/json", "multipart/form-data; boundary=x",
+        "application/x-www-form-urlencodedx"}) {
         client each = connect();
         header_list headers{{"Origin", "http://" + each.host()}};
         if (*type != '\0') headers.emplace_back("Content-Type", type);
@@ -293,7 +297,8 @@ TEST_F(web_http, garbage_ends_its_own_connection_only)
     zel_web_server_config_t config{};
     config.idle_ms = 1000;
     start(config);
-    for (const std::string &garbage : {std::string(5000, '\0'), std::string("\r\n\r\n\r\n"), std::string("\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03", 11),
+    for (const std::string &garbage : {std::string(5000, '\0'), std::string("\r\n\r\n\r\n"),
+        std::string("\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03", 11),
                                        std::string(100000, 'A'), std::string("GET\r\n\r\n")}) {
         client each = connect();
         each.send(garbage);

@@ -152,7 +152,8 @@ TEST_F(web_login, users_that_are_added_and_removed_meanwhile_count_at_once)
 
 TEST_F(web_login, a_file_that_cannot_be_understood_lets_nobody_in)
 {
-    for (const std::string &text : {std::string("anna\n"), std::string("anna:\n"), std::string("anna:plain\n"), std::string("a b:$6$x$y\n"),
+    for (const std::string &text : {std::string("anna\n"), std::string("anna:\n"), std::string("anna:plain\n"),
+        std::string("a b:$6$x$y\n"),
                                     std::string(100000, '#')}) {
         write_text(users, text);
         start();
@@ -173,7 +174,8 @@ TEST_F(web_login, nobody_waits_while_a_password_is_checked)
     add_slow_user("anna", "secret", 400000);
     start();
     client slow(server->port());
-    slow.send("GET /api HTTP/1.1\r\nHost: " + slow.host() + "\r\n" + as("anna", "secret")[0].first + ": " + as("anna", "secret")[0].second +
+    slow.send("GET /api HTTP/1.1\r\nHost: " + slow.host() + "\r\n" + as("anna", "secret")[0].first + ": " + as("anna",
+        "secret")[0].second +
               "\r\n\r\n");
     client other(server->port());
     for (int i = 0; i < 20; ++i) EXPECT_EQ(other.get("/api").status, 401);
@@ -190,7 +192,8 @@ TEST_F(web_login, requests_in_one_breath_share_one_check)
     const auto header = as("anna", "secret")[0];
     for (int i = 0; i < 30; ++i) {
         all.emplace_back(server->port());
-        all.back().send("GET /api HTTP/1.1\r\nHost: " + all.back().host() + "\r\n" + header.first + ": " + header.second + "\r\n\r\n");
+        all.back().send("GET /api HTTP/1.1\r\nHost: " + all.back().host() + "\r\n" + header.first + ": " + header.second +
+                        "\r\n\r\n");
     }
     for (client &each : all) EXPECT_EQ(each.next().status, 200);
 }
@@ -203,7 +206,8 @@ TEST_F(web_login, more_passwords_than_can_be_checked_are_told_to_come_again)
     for (int i = 0; i < 30; ++i) {
         const auto header = as("anna", "guess" + std::to_string(i))[0];
         all.emplace_back(server->port());
-        all.back().send("GET /api HTTP/1.1\r\nHost: " + all.back().host() + "\r\n" + header.first + ": " + header.second + "\r\n\r\n");
+        all.back().send("GET /api HTTP/1.1\r\nHost: " + all.back().host() + "\r\n" + header.first + ": " + header.second +
+                        "\r\n\r\n");
     }
     int turned_away = 0;
     pollfd first{all.back().fd(), POLLIN, 0};
@@ -220,7 +224,8 @@ TEST_F(web_login, a_server_that_ends_does_not_wait_for_those_who_wait)
     std::vector<client> all;
     for (int i = 0; i < 3; ++i) {
         all.emplace_back(server->port());
-        all.back().send("GET /api HTTP/1.1\r\nHost: " + all.back().host() + "\r\n" + header.first + ": " + header.second + std::to_string(i) + "\r\n\r\n");
+        all.back().send("GET /api HTTP/1.1\r\nHost: " + all.back().host() + "\r\n" + header.first + ": " + header.second +
+                        std::to_string(i) + "\r\n\r\n");
     }
     EXPECT_EQ(get().status, 401);   // by now the others are in
     server->stop();
@@ -244,7 +249,8 @@ TEST_F(web_login, the_file_holds_hashes_for_its_owner_only)
 
 TEST_F(web_login, names_and_passwords_that_cannot_be_kept_are_refused)
 {
-    for (const char *name : {"", "a:b", "a b", "#a", "\xc3\xa4", "a\n", "12345678901234567890123456789012345678901234567890123456789012345"}) {
+    for (const char *name : {"", "a:b", "a b", "#a", "\xc3\xa4", "a\n",
+        "12345678901234567890123456789012345678901234567890123456789012345"}) {
         EXPECT_EQ(zel_web_users_set(users.c_str(), name, "secret"), -1) << name;
     }
     EXPECT_EQ(zel_web_users_set(users.c_str(), "anna", ""), -1);

@@ -39,13 +39,15 @@ TEST(web_host, names_of_this_server_are_accepted_and_no_others)
         {"10.0.0.5", "::ffff:10.0.0.5", true}, {"[fe80::1]", "fe80::1", true}, {"studio.example.com:8080", "10.0.0.5", true},
         {"studio.example.com.", "10.0.0.5", true}, {own, "10.0.0.5", true}, {std::string(own) + ".local:1", "10.0.0.5", true},
         {"10.0.0.6", "10.0.0.5", false}, {"127.0.0.1", "10.0.0.5", false}, {"10.0.0.5", "127.0.0.1", false},
-        {"evil.example", "127.0.0.1", false}, {"localhost.evil.example", "127.0.0.1", false}, {"evil-localhost", "127.0.0.1", false},
+        {"evil.example", "127.0.0.1", false}, {"localhost.evil.example", "127.0.0.1", false}, {"evil-localhost", "127.0.0.1",
+            false},
         {"127.0.0.1.evil.example", "127.0.0.1", false}, {"0x7f.1", "127.0.0.1", false}, {"2130706433", "127.0.0.1", false},
         {"127.1", "127.0.0.1", false}, {"", "127.0.0.1", false}, {":8080", "127.0.0.1", false}, {"[", "127.0.0.1", false},
         {"[]", "127.0.0.1", false}, {"[127.0.0.1", "127.0.0.1", true}, {"localhost@evil.example", "127.0.0.1", false},
         {"::1", "::1", false}, {"0.0.0.0", "127.0.0.1", false},
     };
-    for (const auto &row : rows) EXPECT_EQ(names.accept(row.host, at(row.local)), row.accepted) << row.host << " at " << row.local;
+    for (const auto &row : rows) EXPECT_EQ(names.accept(row.host, at(row.local)), row.accepted) << row.host << " at "
+        << row.local;
 }
 
 void answer(void *, const zel_web_request_t *, zel_web_reply_t *reply)
@@ -110,8 +112,10 @@ TEST(web_origin, configured_names_are_names_of_this_server)
 TEST(web_target, is_split_and_decoded_once)
 {
     const struct { const char *target; bool good; const char *path, *query; } rows[] = {
-        {"/a/b?c=%00&d", true, "/a/b", "c=%00&d"}, {"/%41%2f+?", true, "/A/+", ""}, {"/%2541", true, "/%41", ""}, {"/?a?b", true, "/", "a?b"},
-        {"/%c3%a4", true, "/\xc3\xa4", ""}, {"a", false, "", ""}, {"", false, "", ""}, {"*", false, "", ""}, {"/%", false, "", ""},
+        {"/a/b?c=%00&d", true, "/a/b", "c=%00&d"}, {"/%41%2f+?", true, "/A/+", ""}, {"/%2541", true, "/%41", ""}, {"/?a?b",
+            true, "/", "a?b"},
+        {"/%c3%a4", true, "/\xc3\xa4", ""}, {"a", false, "", ""}, {"", false, "", ""}, {"*", false, "", ""}, {"/%", false, "",
+            ""},
         {"/%4", false, "", ""}, {"/%g1", false, "", ""}, {"/%00", false, "", ""}, {"/a%0", false, "", ""},
     };
     for (const auto &row : rows) {
@@ -135,7 +139,8 @@ TEST(web_credentials, are_taken_apart_or_refused)
     EXPECT_EQ(shown("Basic YTpiOmM="), "a|b:c");
     EXPECT_EQ(shown("Basic Og=="), "|");
     EXPECT_EQ(shown("Basic w6Q6w7w="), "\xc3\xa4|\xc3\xbc");
-    for (const char *bad : {"", "Basic", "Basic ", "Bearer YW5uYTpzZWNyZXQ=", "Basic YW5uYQ==", "Basic !!!!", "Basic YTpiAA==", "Basi"}) {
+    for (const char *bad : {"", "Basic", "Basic ", "Bearer YW5uYTpzZWNyZXQ=", "Basic YW5uYQ==", "Basic !!!!", "Basic YTpiAA==",
+        "Basi"}) {
         EXPECT_EQ(shown(bad), "none") << bad;
     }
 }

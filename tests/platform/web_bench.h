@@ -67,7 +67,8 @@ public:
     // The next reply; `to_head`: it has no body.
     reply next(bool to_head = false);
     // A request with the Host of this server.
-    reply ask(const std::string &method, const std::string &target, const header_list &headers = {}, const std::string &body = "");
+    reply ask(const std::string &method, const std::string &target, const header_list &headers = {}, const std::string &body =
+              "");
     reply get(const std::string &target, const header_list &headers = {}) { return ask("GET", target, headers); }
     // A form from the server's own pages.
     reply post(const std::string &target, const std::string &form, header_list headers = {});
