@@ -18,6 +18,14 @@ export async function connections({browser, programs}) {
         await has([]);
     });
 
+    await check('a double click connects once', async () => {
+        await cell(page, 'Talk', 'Relay 2').dblclick({delay: 200});
+        await cell_says(page, 'Talk', 'Relay 2', 'connected, off');
+        await has(['Talk>Relay 2']);
+        await cell(page, 'Talk', 'Relay 2').click();
+        await cell_says(page, 'Talk', 'Relay 2', 'not connected');
+    });
+
     await check('an input that is connected to a handler is no error, although it is answered like one', async () => {
         await cell(page, 'Physical Port 1', 'Record').click();
         await cell_says(page, 'Physical Port 1', 'Record', 'connected, off');

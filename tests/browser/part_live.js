@@ -103,6 +103,24 @@ export async function live({browser, programs}) {
         await header_says(row(page, 'On Air'), 'event, on');
     });
 
+    await check('a unit that has fallen silent without closing a connection is noticed', async () => {
+        const heard = page.waitForFunction(() => window.heard_alive === true, undefined, {timeout: 20000});
+        await page.evaluate(() => {
+            const listener = new EventSource('/api/events');
+            listener.addEventListener('alive', () => {
+                window.heard_alive = true;
+                listener.close();
+            });
+        });
+        await heard;
+        unit.child.kill('SIGSTOP');
+        for (const each of [page, other]) await is_stale(each);
+        unit.child.kill('SIGCONT');
+        for (const each of [page, other]) await is_live(each);
+        await unit.control('event', 'On Air', 'off');
+        await header_says(row(page, 'On Air'), 'event, off');
+    });
+
     await check('the panel is right again after a restart as well', async () => {
         const panel = await open_page(browser, `${unit.url}/panel.html`, {expected: lost_connections});
         await unit.stop();
