@@ -120,6 +120,24 @@ export async function panel({browser, programs}) {
         await until(async () => await press(page, 'Physical Port 5').isEnabled(), 'a port that can be pressed');
     });
 
+    await check('real pins are shown, and not offered to be pressed', async () => {
+        const real = await browser.newContext();
+        await real.route('**/api/panel', async (route) => {
+            const answer = await route.fetch();
+            await route.fulfill({response: answer, json: {...(await answer.json()), simulated: false}});
+        });
+        const watching = await real.newPage();
+        await watching.goto(`${unit.url}/panel.html`);
+        await watching.getByText('they can be watched here, not pressed').waitFor();
+        await lamp_says(watching, 'Physical Port 1', 'open');
+        equal(await press(watching, 'Physical Port 1').count(), 0, 'buttons for a real pin');
+        equal(await press(watching, 'User Button 1').count(), 1, 'buttons for a user button');
+        await unit.control('press', '1');
+        await lamp_says(watching, 'Physical Port 1', 'pressed');
+        await unit.control('release', '1');
+        await real.close();
+    });
+
     await check('what a press changes is shown soon after it; the times are printed', async () => {
         const times = [];
         for (let round = 0; round < 10; round++) {
