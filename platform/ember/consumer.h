@@ -9,7 +9,7 @@ namespace zel::ember {
 
 constexpr int64_t consumer_silence_ms = 10000;
 constexpr int64_t connect_timeout_ms = 1000;
-constexpr int64_t first_pause_ms = 250, longest_pause_ms = 1000;   // between attempts to connect
+constexpr int64_t first_pause_ms = 250, longest_pause_ms = 500;   // between attempts to connect
 constexpr int64_t answer_timeout_ms = 3000;
 constexpr int64_t retry_ms = 3000;       // an unanswered request is asked again after this
 constexpr int64_t grace_ms = 300;        // some providers spread a directory over several messages

@@ -80,14 +80,15 @@ zel_ember_session_t *find_shared_session(const char *address)
 }
 
 // The session that calls back carries the port that made it. That port may have left it to others since, and may even have
-// made another; the provider's address tells which session it is.
+// made another; the provider's address tells.
 const zel_ember_session_t *calling_session(const gpio_port_t &maker, const char *address, uint16_t port_number)
 {
     char provider[64];
     const int length = std::snprintf(provider, sizeof provider, "%s:%u", address, port_number);
-    const bool fits = length > 0 && static_cast<size_t>(length) < sizeof provider;
-    const zel_ember_session_t *const session = fits ? find_shared_session(provider) : nullptr;
-    return session != nullptr ? session : maker.vgpi_session;
+    if (length < 0 || static_cast<size_t>(length) >= sizeof provider) return maker.vgpi_session;
+    const char *const own = maker.vgpi_provider_addr;
+    const bool is_own = maker.vgpi_session != nullptr && (own == nullptr || std::strcmp(own, provider) == 0);
+    return is_own ? maker.vgpi_session : find_shared_session(provider);
 }
 
 void vgpi_connect_cb(void *user_data, uint8_t connected, const char *address, uint16_t port_number)
@@ -278,6 +279,16 @@ int32_t disconnect_vgpi_from_vgpo(const char *name, int32_t index)
     log_message(2, "%s: Removing vgpo_src '%s' from the list as it is no longer discoverable or selected\n", __func__, name);
     drop_remote_vgpo(*vgpo);
     return 0;
+}
+
+void forget_remote_path(const char *source, const char *path)
+{
+    for_each_virtual_port([&](gpio_port_t &port) {
+        if (port.vgpi_session == nullptr || !follows(port, source)) return;
+        int32_t users = 0;
+        for_each_user_of(port.vgpi_session, [&](const gpio_port_t &) { ++users; });
+        if (users > 1) (void)zel_ember_clear_param_cb(port.vgpi_session, path);
+    });
 }
 
 void close_vgpi_session(int32_t index)

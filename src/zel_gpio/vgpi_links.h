@@ -19,6 +19,8 @@ int32_t connect_vgpi_to_vgpo(int32_t index);
 // Before an input drops the source of this name (null or "" for none): a source that is neither reachable nor chosen by another
 // port leaves the remote list. Always 0.
 int32_t disconnect_vgpi_from_vgpo(const char *name, int32_t index);
+// Before a source's remote path becomes another one: a shared session would go on handing out what is found at the old one.
+void forget_remote_path(const char *source, const char *path);
 // Ends the input's use of its session, and the session with its last user. Nothing without a session.
 void close_vgpi_session(int32_t index);
 

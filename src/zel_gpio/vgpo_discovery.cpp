@@ -45,9 +45,10 @@ char *joined(const char *path, size_t length, const char *suffix)
 }
 
 // Stores path and suffix unless the stored text begins with the path already. 1, 0 or -1 as parse_strlist.
-int32_t store_path(char *&stored, const char *path, size_t length, const char *suffix)
+int32_t store_path(const vGPO_t &vgpo, char *&stored, const char *path, size_t length, const char *suffix)
 {
     if (stored != nullptr && std::strncmp(stored, path, length) == 0) return 0;
+    if (stored != nullptr && vgpo.name != nullptr) forget_remote_path(vgpo.name, stored);
     release_text(stored);
     stored = joined(path, length, suffix);
     if (stored != nullptr) return 1;
@@ -125,10 +126,12 @@ bool fill_record(vGPO_t &vgpo, const char *name, const char *address, uint16_t p
     return store_address(vgpo, address, port);
 }
 
-// Leaves the record in its place in the list, where no lookup finds it any more; it is released with the list.
-void empty_record(vGPO_t &vgpo)
+// Leaves the record in its place in the list, where no lookup finds it any more; it is released with the list. `was_told`: the
+// agent knows it.
+void empty_record(vGPO_t &vgpo, bool was_told)
 {
     remove_element(vgpo.ember_param);
+    if (was_told) snmp_send_vgpo_removed(vgpo.id);
     for (char **const text : {&vgpo.type_path, &vgpo.status_path, &vgpo.name, &vgpo.addr_port}) release_text(*text);
 }
 
@@ -165,8 +168,8 @@ int32_t parse_strlist(vGPO_t *vgpo, uint16_t *port, const char *strlist)
     int32_t result = 0;
     if (const char *const path = value_of(strlist, "path=")) {
         const size_t length = path_length(path);
-        const int32_t type = store_path(vgpo->type_path, path, length, "/type");
-        const int32_t status = store_path(vgpo->status_path, path, length, "/status");
+        const int32_t type = store_path(*vgpo, vgpo->type_path, path, length, "/type");
+        const int32_t status = store_path(*vgpo, vgpo->status_path, path, length, "/status");
         result = status != 0 ? status : type;  // the later attempt decides
     }
     if (const char *const digits = value_of(strlist, "altport=")) read_port_override(port, digits);
@@ -188,11 +191,12 @@ vGPO_t *add_remote_vgpo(const char *name, const char *address, uint16_t port, co
 {
     zel_assert(name != NULL);
     if (name[0] == '\0') return nullptr;
+    const bool was_known = find_vgpo_by_name(&remote_vgpos, name) != nullptr;
     vGPO_t *const vgpo = find_or_append(name);
     if (vgpo == nullptr) return nullptr;
     bool changed = false;
     if (!fill_record(*vgpo, name, address, port, strlist, changed)) {
-        empty_record(*vgpo);
+        empty_record(*vgpo, was_known);
         return nullptr;
     }
     const int32_t id = static_cast<int32_t>(vgpo->id);

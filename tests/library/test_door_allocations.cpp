@@ -219,10 +219,13 @@ TEST(a_known_record, that_finds_no_memory_for_its_new_address_is_found_again_wit
     unit u;
     start(u);
     u.value(1, "/near/status", 1);
+    u.forget_sent();
     fake::fail_allocation(0);
     resolve(u, near, "10.0.0.7");
     ASSERT_TRUE(fake::allocation_failed());
     EXPECT_EQ(record(near), nullptr);
+    ASSERT_EQ(u.sent("snmp", 14).size(), 1u);
+    EXPECT_EQ(u.sent("snmp", 14).at(0).text_at(4, 64), "") << "the agent is told that its row is gone";
     EXPECT_EQ(port(2).state, 1) << "the level is held";
     EXPECT_STREQ(port(2).vgpo_src, near);
     u.value(1, "/near/status", 0);

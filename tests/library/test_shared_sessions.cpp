@@ -70,3 +70,34 @@ TEST(a_session, whose_levels_could_not_be_asked_for_still_tells_its_maker_of_the
     u.connected(1, true);
     EXPECT_EQ(port(0).vgpo_src_valid, 1);
 }
+
+TEST(a_session, that_is_one_of_two_to_its_address_is_known_by_the_input_that_made_it)
+{
+    unit u;
+    describe(u, {near, beside});
+    ASSERT_EQ(u.start(), 0);
+    u.fail("consumer 1 get " + std::string("/near/status"));
+    resolve_at(u, near, "10.0.0.2", "/near");
+    resolve_at(u, beside, "10.0.0.2", "/beside");
+    ASSERT_EQ(u.consumers().size(), 2u);
+    u.heal();
+    u.take();
+    u.connected(1, true);
+    EXPECT_LINES(u.take_of("consumer"), "consumer 1 get /near/type");
+    u.connected(1, false);
+    EXPECT_EQ(port(0).vgpo_src_valid, 0);
+    EXPECT_EQ(port(1).vgpo_src_valid, 1);
+}
+
+TEST(a_session, whose_maker_went_to_another_unit_does_not_speak_for_that_unit)
+{
+    unit u;
+    start_sharing(u);
+    resolve_at(u, far, "10.0.0.3", "/far");
+    u.fail("consumer 1 get /beside/status");
+    ASSERT_EQ(zel::connect_vgpi_to_vgpo(1), -1);
+    u.heal();
+    ASSERT_EQ(u.write("gpio/virtual/vgpio 1/vgpio source", far), 0);
+    u.connected(1, false);
+    EXPECT_EQ(port(0).vgpo_src_valid, 1) << "10.0.0.3 has not gone";
+}

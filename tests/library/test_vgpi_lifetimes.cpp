@@ -359,4 +359,15 @@ TEST(a_callback, that_lets_all_names_go_and_chooses_new_ones_during_a_value_does
     EXPECT_EQ(u.consumers().size(), 1u);
 }
 
+TEST(a_source, with_another_path_is_no_longer_followed_at_its_old_one)
+{
+    unit u;
+    start_sharing(u);
+    resolve(u, near, "10.0.0.2", 9000, "path=/elsewhere");
+    EXPECT_FALSE(u.follows(1, path_of(near, "status")));
+    EXPECT_FALSE(u.follows(1, path_of(near, "type")));
+    EXPECT_TRUE(u.follows(1, "/elsewhere/status"));
+    EXPECT_TRUE(u.follows(1, path_of(beside, "status")));
+}
+
 }  // namespace
