@@ -80,7 +80,7 @@ private:
                            size_t *size, void **request) noexcept;
     static void end_request(void *self, MHD_Connection *mhd, void **request, MHD_RequestTerminationCode how) noexcept;
     static void note_connection(void *self, MHD_Connection *mhd, void **context, MHD_ConnectionNotificationCode what) noexcept;
-    static void log_line(void *, const char *format, va_list arguments) noexcept;
+    [[gnu::format(printf, 2, 0)]] static void log_line(void *, const char *format, va_list arguments) noexcept;
 
     // Serving one request.
     MHD_Result take_piece(MHD_Connection *mhd, zel::web::open_request &each, const char *method, const char *data, size_t *size);
