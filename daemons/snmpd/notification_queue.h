@@ -12,7 +12,9 @@
 namespace zel::snmpd {
 
 // What a notification speaks of.
-enum class subject : uint8_t { unit, gpi, cough, network, button, led, relay, trigger_activity, trigger_validity, source_validity };
+enum class subject : uint8_t {
+    unit, gpi, cough, network, button, led, relay, trigger_activity, trigger_validity, source_validity,
+};
 
 struct notification_key {
     subject about;

@@ -29,7 +29,8 @@ if(ZEL_FUZZ)
   zel_snmp_fuzzer(snmp_agent ${snmp_agent_dir}/unit_model.cpp ${snmp_agent_dir}/message_decoder.cpp ${snmp_agent_dir}/tables.cpp
                              ${snmp_agent_dir}/set_checks.cpp)
   target_include_directories(fuzz_snmp_agent PRIVATE ${snmp_agent_dir})
-  file(GLOB library_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/zel_gpio/*.cpp ${PROJECT_SOURCE_DIR}/src/vgpo_list/*.cpp)
+  file(GLOB library_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/zel_gpio/*.cpp
+                                              ${PROJECT_SOURCE_DIR}/src/vgpo_list/*.cpp)
   file(GLOB fake_sources CONFIGURE_DEPENDS ${fake_platform_dir}/fake_*.cpp)
   zel_snmp_fuzzer(snmp_library ${library_sources} ${fake_sources})
   target_include_directories(fuzz_snmp_library PRIVATE ${fake_platform_dir} ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include

@@ -1,7 +1,8 @@
 #!/bin/bash
 # Our MIB module under a strict checker, and our agent with a foreign manager.
 #   run_snmp.sh BUILD_FOLDER
-# Needs node, npm and smilint; the package is installed below the build folder at the first run. The last line is "N passed, N failed".
+# Needs node, npm and smilint; the package is installed below the build folder at the first run. The last line is
+# "N passed, N failed".
 set -euo pipefail
 build=$(cd "${1:?the build folder, e.g. build/release}" && pwd)
 top=$(cd "$(dirname "$0")/../.." && pwd)
@@ -21,7 +22,7 @@ end() {
     rm -rf "$scratch"
 }
 trap end EXIT
-sed 's/zelRelayEntry }/zelRelayEntri }/; s/SYNTAX      ZelState/SYNTAX      ZelStat/' "$build/mibs/ZEL-GPIO-MIB.txt" > "$scratch/ZEL-GPIO-MIB.txt"
+sed 's/SYNTAX      ZelState/SYNTAX      ZelStat/' "$build/mibs/ZEL-GPIO-MIB.txt" > "$scratch/ZEL-GPIO-MIB.txt"
 [ -n "$(lint "$scratch/ZEL-GPIO-MIB.txt")" ] && wrong=0 || wrong=1
 check "the checker finds mistakes" $wrong
 found=$(lint "$build/mibs/ZEL-GPIO-MIB.txt")
@@ -53,7 +54,8 @@ for _ in $(seq 100); do
     grep -q 'Everything about the unit is known' "$scratch/zel_snmpd.log" && break
     sleep 0.1
 done
-summary=$(NODE_PATH=$peers/node_modules node "$top/tests/interop/snmp/manager.js" "$address" "$build/bin/zelctl" "$root" 2>&1) || true
+manager=$top/tests/interop/snmp/manager.js
+summary=$(NODE_PATH=$peers/node_modules node "$manager" "$address" "$build/bin/zelctl" "$root" 2>&1) || true
 echo "$summary" | head -n -1
 if [[ $(tail -n 1 <<< "$summary") =~ ^([0-9]+)\ passed,\ ([0-9]+)\ failed$ ]]; then
     passed=$((passed + BASH_REMATCH[1])) failed=$((failed + BASH_REMATCH[2]))

@@ -32,7 +32,8 @@ struct alone {
     }
 };
 
-std::vector<std::string> user(const std::string &name, const std::string &level, const std::string &pass, const std::string &privacy = "")
+std::vector<std::string> user(const std::string &name, const std::string &level, const std::string &pass,
+                              const std::string &privacy = "")
 {
     std::vector<std::string> words{"-v3", "-u", name, "-l", level, "-a", "SHA-256", "-A", pass};
     if (!privacy.empty()) words.insert(words.end(), {"-x", "AES", "-X", privacy});
@@ -196,7 +197,8 @@ TEST(snmp_program, tells_bad_input_in_one_line)
     root.write_settings(", \"snmp_agent\": {\"port\": 0, \"trap_sinks\": [{\"port\": 162}]}");
     const run_result wrong = run({ZEL_SNMPD, "--root=" + root.path()});
     EXPECT_EQ(wrong.status, 3);
-    EXPECT_EQ(wrong.err, "zel_snmpd: " + root.settings() + ":1: snmp_agent.port: must be a whole number from 1 to 65535, not 0\n" +
+    EXPECT_EQ(wrong.err, "zel_snmpd: " + root.settings() +
+                             ":1: snmp_agent.port: must be a whole number from 1 to 65535, not 0\n" +
                              "zel_snmpd: " + root.settings() + ":1: snmp_agent.trap_sinks[0]: \"address\" is missing\n");
 }
 
@@ -231,8 +233,8 @@ TEST(snmp_program, listens_on_an_address_of_version_6)
     agent_process agent(root);
     ASSERT_TRUE(agent.ready());
     const temp_folder scratch;
-    const run_result result = run({"snmpget", "-v2c", "-c", "public", "-t", "3", "-r", "0", "-Oqv", "udp6:[::1]:21161", "zelUnitState.0"},
-                                  tool_environment(scratch.path()));
+    const run_result result = run({"snmpget", "-v2c", "-c", "public", "-t", "3", "-r", "0", "-Oqv", "udp6:[::1]:21161",
+                                   "zelUnitState.0"}, tool_environment(scratch.path()));
     EXPECT_EQ(result.out, "away\n") << result.err;
     EXPECT_EQ(agent.stop(), 0);
 }

@@ -144,11 +144,10 @@ TEST(cells, show_names_lists_and_counts)
     port.source = "vGPO1@Studio 2";
     ASSERT_TRUE(model.set_count(table_id::network, 1));
     ASSERT_TRUE(model.set_row(table_id::network, 0, port));
-    const auto text = [&](column_kind kind) { return std::get<std::string>(read_cell(model, mib_table(table_id::network), 0, kind)); };
-    const auto number = [&](column_kind kind) { return std::get<int32_t>(read_cell(model, mib_table(table_id::network), 0, kind)); };
-    const auto count = [&](column_kind kind) {
-        return std::get<unsigned_value>(read_cell(model, mib_table(table_id::network), 0, kind)).value;
-    };
+    const auto shown = [&](column_kind kind) { return read_cell(model, mib_table(table_id::network), 0, kind); };
+    const auto text = [&](column_kind kind) { return std::get<std::string>(shown(kind)); };
+    const auto number = [&](column_kind kind) { return std::get<int32_t>(shown(kind)); };
+    const auto count = [&](column_kind kind) { return std::get<unsigned_value>(shown(kind)).value; };
     EXPECT_EQ(text(column_kind::name), "vGPO 1");
     EXPECT_EQ(text(column_kind::triggers), "On Air,Eth Link Down");
     EXPECT_EQ(count(column_kind::trigger_count), 70u);

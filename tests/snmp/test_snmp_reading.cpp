@@ -22,7 +22,8 @@ std::vector<std::pair<std::string, std::string>> objects_in(const std::string &t
     for (std::string line; std::getline(lines, line);) {
         const size_t equals = line.find(" = "), colon = line.find(": ", equals);
         if (equals == std::string::npos) continue;
-        objects.emplace_back(line.substr(0, equals), colon == std::string::npos ? line.substr(equals + 3) : line.substr(colon + 2));
+        const size_t value = colon == std::string::npos ? equals + 3 : colon + 2;
+        objects.emplace_back(line.substr(0, equals), line.substr(value));
     }
     return objects;
 }
@@ -71,8 +72,9 @@ struct running {
 };
 
 const char *const expected_rows[] = {
-    "zelGpiName.1 GPI 1", "zelGpiName.3 Physical Port 3", "zelGpiName.4 GPO 4", "zelGpiType.1 input(1)", "zelGpiType.3 disabled(0)",
-    "zelGpiType.4 output(2)", "zelGpiMode.1 momentary(1)", "zelGpiMode.4 latching(0)", "zelGpiFunctions.1 Record",
+    "zelGpiName.1 GPI 1", "zelGpiName.3 Physical Port 3", "zelGpiName.4 GPO 4", "zelGpiType.1 input(1)",
+    "zelGpiType.3 disabled(0)", "zelGpiType.4 output(2)", "zelGpiMode.1 momentary(1)", "zelGpiMode.4 latching(0)",
+    "zelGpiFunctions.1 Record",
     "zelGpiFunctionCount.1 1", "zelGpiTriggers.4 On Air", "zelGpiTriggerCount.4 1", "zelGpiActiveTriggers.4 ",
     "zelGpiActiveTriggerCount.4 0", "zelGpiState.4 off(0)", "zelGpiStale.1 false(2)",
     "zelCoughName.1 COUGH 1", "zelCoughType.1 input(1)", "zelCoughMode.1 momentary(1)", "zelCoughFunctions.1 Mute",
@@ -87,11 +89,13 @@ const char *const expected_rows[] = {
     "zelLedActiveTriggers.1 ", "zelLedActiveTriggerCount.1 0", "zelLedState.1 off(0)", "zelLedStale.1 false(2)",
     "zelRelayName.1 Relay 1", "zelRelayTriggers.1 GPI 1", "zelRelayTriggers.2 On Air", "zelRelayTriggerCount.1 1",
     "zelRelayActiveTriggers.1 ", "zelRelayActiveTriggerCount.1 0", "zelRelayState.1 off(0)", "zelRelayStale.1 false(2)",
-    "zelTriggerName.1 Eth Link Down", "zelTriggerId.1 0", "zelTriggerOutputs.6 2", "zelTriggerActiveOutputs.6 0", "zelTriggerName.6 GPI 1",
-    "zelTriggerStale.1 false(2)", "zelHandlerId.1 0", "zelHandlerStale.1 false(2)", "zelSourceName.1 vGPO1@Studio 2",
+    "zelTriggerName.1 Eth Link Down", "zelTriggerId.1 0", "zelTriggerOutputs.6 2", "zelTriggerActiveOutputs.6 0",
+    "zelTriggerName.6 GPI 1", "zelTriggerStale.1 false(2)", "zelHandlerId.1 0", "zelHandlerStale.1 false(2)",
+    "zelSourceName.1 vGPO1@Studio 2",
     "zelSourceId.1 0", "zelSourceFollowers.1 0", "zelSourceStale.1 false(2)",
-    "zelUnitState.0 present(3)", "zelUnitLinks.0 1", "zelUnitRefusedMessages.0 0", "zelUnitRequests.0 0", "zelUnitFailedRequests.0 0",
-    "zelGpiCount.0 4", "zelCoughCount.0 1", "zelVirtualCount.0 2", "zelButtonCount.0 2", "zelLedCount.0 2", "zelRelayCount.0 2",
+    "zelUnitState.0 present(3)", "zelUnitLinks.0 1", "zelUnitRefusedMessages.0 0", "zelUnitRequests.0 0",
+    "zelUnitFailedRequests.0 0", "zelGpiCount.0 4", "zelCoughCount.0 1", "zelVirtualCount.0 2",
+    "zelButtonCount.0 2", "zelLedCount.0 2", "zelRelayCount.0 2",
     "zelSourceCount.0 1",
 };
 
@@ -137,8 +141,9 @@ TEST(snmp_reading, of_what_does_not_exist_says_so)
     EXPECT_EQ(r.reader.get(name + ".1"), "GPI 1");
     for (const char *const index : {".5", ".99", ".1.1", ""}) EXPECT_EQ(r.reader.get(name + index), none) << index;
     EXPECT_EQ(r.reader.get(".1.3.6.1.4.1.32473.1.1.1.1.1"), none);
-    EXPECT_EQ(r.reader.get(".1.3.6.1.4.1.32473.1.1.2.1.13.1"), "No Such Object available on this agent at this OID");
-    EXPECT_EQ(r.reader.get(".1.3.6.1.4.1.32473.1.1.2.1.1.1"), "No Such Object available on this agent at this OID") << "the index";
+    const std::string no_object = "No Such Object available on this agent at this OID";
+    EXPECT_EQ(r.reader.get(".1.3.6.1.4.1.32473.1.1.2.1.13.1"), no_object);
+    EXPECT_EQ(r.reader.get(".1.3.6.1.4.1.32473.1.1.2.1.1.1"), no_object) << "the index";
 }
 
 TEST(snmp_reading, follows_the_unit)

@@ -48,8 +48,8 @@ private:
 // Everything that is told in the present link is so marked, and nothing else is there.
 void expect_all_fresh(const manager &reader)
 {
-    for (const char *const column : {"zelGpiStale", "zelCoughStale", "zelVirtualStale", "zelButtonStale", "zelLedStale", "zelRelayStale",
-                                     "zelTriggerStale", "zelHandlerStale"}) {
+    for (const char *const column : {"zelGpiStale", "zelCoughStale", "zelVirtualStale", "zelButtonStale", "zelLedStale",
+                                     "zelRelayStale", "zelTriggerStale", "zelHandlerStale"}) {
         const std::string all = reader.run("snmpbulkwalk", {column}, {"-Oqv"}).out;
         EXPECT_NE(all.find("false"), std::string::npos) << column;
         EXPECT_EQ(all.find("true"), std::string::npos) << column;

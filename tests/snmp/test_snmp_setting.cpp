@@ -96,7 +96,9 @@ TEST(snmp_setting, changes_lists_of_triggers)
     EXPECT_EQ(r.writer.set({"zelRelayTriggers.2", "s", "Door"}), "");
     EXPECT_TRUE(r.unit_says("Setting triggers for relay index 1 to 'Door'"));
     ASSERT_EQ(zelctl(r.root, {"event", "Door", "on"}).status, 0);
-    for (const char *const state : {"zelVirtualState.2", "zelLedState.2", "zelRelayState.2"}) EXPECT_TRUE(r.writer.await(state, "on"));
+    for (const char *const state : {"zelVirtualState.2", "zelLedState.2", "zelRelayState.2"}) {
+        EXPECT_TRUE(r.writer.await(state, "on"));
+    }
     EXPECT_EQ(r.writer.set({"zelRelayTriggers.2", "s", ""}), "");
     EXPECT_EQ(r.writer.get("zelRelayState.2"), "off");
     EXPECT_EQ(r.writer.get("zelRelayTriggerCount.2"), "0");
@@ -105,7 +107,9 @@ TEST(snmp_setting, changes_lists_of_triggers)
 TEST(snmp_setting, of_an_input_s_functions_takes_its_own_trigger_away)
 {
     running r;
-    for (const auto &[object, index] : {std::pair{"zelGpiFunctions.1", 0}, {"zelCoughFunctions.1", 4}, {"zelVirtualFunctions.1", 5}}) {
+    const std::pair<const char *, int> rows[] = {
+        {"zelGpiFunctions.1", 0}, {"zelCoughFunctions.1", 4}, {"zelVirtualFunctions.1", 5}};
+    for (const auto &[object, index] : rows) {
         EXPECT_EQ(r.writer.set({object, "s", "Record"}), "");
         EXPECT_TRUE(r.unit_says("Setting input function for gpio index " + std::to_string(index) + " to 'Record'"));
     }
@@ -202,7 +206,9 @@ const refusal refusals[] = {
 TEST(snmp_setting, refuses_before_anything_is_asked_of_the_unit)
 {
     running r;
-    for (const refusal &each : refusals) EXPECT_EQ(r.writer.set(each.words), each.reason) << each.words[0] << " " << each.words[2];
+    for (const refusal &each : refusals) {
+        EXPECT_EQ(r.writer.set(each.words), each.reason) << each.words[0] << " " << each.words[2];
+    }
     // Without the MIB the tool itself lets the wrong type pass.
     const std::vector<std::string> blind{"-m", ""};
     EXPECT_EQ(r.writer.set({".1.3.6.1.4.1.32473.1.1.2.1.3.1", "s", "1"}, blind), "wrongType");

@@ -81,7 +81,8 @@ async function notifying() {
     let receiver;
     const arrival = new Promise((resolve, reject) => {
         setTimeout(() => reject(new Error('no notification came')), 20000).unref();
-        receiver = snmp.createReceiver({ port: sinkPort, address, transport: 'udp4', disableAuthorization: true }, (error, message) => {
+        const where = { port: sinkPort, address, transport: 'udp4', disableAuthorization: true };
+        receiver = snmp.createReceiver(where, (error, message) => {
             if (error) return reject(error);
             const variables = message.pdu.varbinds;
             if (variables[1].value === '1.3.6.1.4.1.32473.1.0.2') resolve(variables);
