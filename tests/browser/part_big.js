@@ -28,6 +28,12 @@ function scroll_through(page) {
     );
 }
 
+// Run in the page: nothing lies over the focused cell.
+function in_sight() {
+    const box = document.activeElement.getBoundingClientRect();
+    return document.activeElement.contains(document.elementFromPoint(box.x + box.width / 2, box.y + box.height / 2));
+}
+
 export async function big({browser, programs}) {
     const settings = {
         friendly_name: 'Big',
@@ -62,13 +68,7 @@ export async function big({browser, programs}) {
             ].map(Number)
         );
         equal(place, [sizes[0] + 1, sizes[1] + 1], 'its indexes');
-        expect(
-            await page.evaluate(() => {
-                const box = document.activeElement.getBoundingClientRect();
-                return document.activeElement.contains(document.elementFromPoint(box.x + box.width / 2, box.y + box.height / 2));
-            }),
-            'the active cell is covered'
-        );
+        expect(await page.evaluate(in_sight), 'the active cell is covered');
     });
 
     await check('a cell in the far corner is connected, and levels arrive there', async () => {
@@ -84,6 +84,19 @@ export async function big({browser, programs}) {
         expect((await active_label(page)).startsWith('Event 195 to Relay 10'), `the focus is on "${await active_label(page)}"`);
         await page.keyboard.press('ArrowLeft');
         await until(async () => (await active_label(page)).startsWith('Event 195 to Relay 9'), 'the cell beside it');
+    });
+
+    await check('a cell that is reached with Tab is in sight, wherever the grid was scrolled to', async () => {
+        await cell(page, 'Event 195', 'Relay 10').focus();
+        await page.keyboard.press('Control+Home');
+        await until(async () => (await active_label(page)).startsWith('Eth Link Down to Handler 1'), 'the first cell');
+        for (const key of ['PageDown', 'PageDown', 'PageDown', ...Array(30).fill('ArrowRight')]) await page.keyboard.press(key);
+        const active = await active_label(page);
+        await page.locator('#add_output').focus();
+        await page.evaluate(() => document.getElementById('grid').scrollTo(99999, 99999));
+        for (let i = 0; i < 4 && (await active_label(page)) !== active; i++) await page.keyboard.press('Tab');
+        equal(await active_label(page), active, 'the cell that Tab reaches');
+        await until(() => page.evaluate(in_sight), 'the active cell in sight');
     });
 
     await check('rows and cells are drawn in their order wherever one has scrolled to', async () => {
