@@ -99,6 +99,8 @@ void avahi_dnssd::make_server(int64_t now)
     }
     if (!complained_) log_message(0, "%s: No responder: %s; trying again until there is one\n", __func__, avahi_strerror(error));
     complained_ = true;
+    server_.reset();
+    failed_ = false;
     retry_ms_ = now + server_retry_ms;
 }
 
@@ -172,8 +174,9 @@ void avahi_dnssd::settle(int64_t now)
 
 std::optional<int64_t> avahi_dnssd::next_due() const
 {
-    if (!events_.empty() || look_again_ || failed_ || host_collided_) return server_ || failed_ ? 0 : retry_ms_;
+    if (!events_.empty()) return 0;
     if (!server_) return retry_ms_;
+    if (look_again_ || failed_ || host_collided_) return 0;
     std::optional<int64_t> first = progress_due_;
     for (const auto &[number, node] : browsed_) {
         if (node.browser && (!first || node.ask_again_ms < *first)) first = node.ask_again_ms;
