@@ -15,6 +15,9 @@ using namespace zel::test;
 
 namespace {
 
+// Until a responder has announced its records for the last time: it defends none that it announced within the last second.
+constexpr std::chrono::seconds announcing{3};
+
 const std::string details_of_b = "vGPO1@B at 127.0.0.3:9000 \"path=/a/b\"";
 
 class own_network : public testing::Test {
@@ -162,7 +165,7 @@ TEST_F(two_daemons, let_one_have_a_name_and_the_other_one_wait_for_it)
 {
     b.publish("shared name");
     ASSERT_TRUE(await_a("shared name at 127.0.0.3:9000 \"path=/a/b\""));
-    b.serve_for(std::chrono::seconds(3));   // a responder defends no record that it has announced within the last second
+    b.serve_for(announcing);
     a.publish("shared name", 9500);
     ASSERT_TRUE(await_a("collision shared name"));
     b.unpublish("shared name");
@@ -255,6 +258,7 @@ TEST_F(own_network, a_unit_of_the_same_serial_number_takes_another_host_name)
     }
     a.publish("vGPO1@A");
     ASSERT_TRUE(raw_client::await({&a, &b}, [&] { return b.count("vGPO1@A at 127.0.0.2:9000 \"path=/a/b\"") == 1; }));
+    a.serve_for(announcing);
     b.publish("vGPO1@B");
     EXPECT_TRUE(raw_client::await({&a, &b}, [&] { return a.count(details_of_b) == 1; })) << a.told().back();
     EXPECT_TRUE(daemon_b.process().err.await("taking 'zel-same-2'"));
