@@ -70,7 +70,7 @@ private:
     // Each lives in a map, so that its place can be given to avahi; `index` is the interface that its object was made for.
     // avahi forgets to go on probing for records whose interface went away meanwhile; such a group is made anew.
     struct progress {
-        static constexpr int64_t first_patience_ms = 30'000;
+        static constexpr int64_t first_patience_ms = 3'000, share_ms = 50;   // the more there are, the longer it takes
         int64_t since_ms = 0;                    // registering; 0: it is not
         int64_t patience_ms = first_patience_ms; // longer each time, for a network where it takes long
     };

@@ -180,7 +180,7 @@ bool avahi_dnssd::is_stuck(const group_handle &group, progress &of, int64_t now)
         return false;
     }
     if (of.since_ms == 0) of.since_ms = now;
-    const int64_t due = of.since_ms + of.patience_ms;
+    const int64_t due = of.since_ms + of.patience_ms + progress::share_ms * static_cast<int64_t>(published_.size());
     if (now >= due) {
         of.since_ms = 0;
         of.patience_ms *= 2;

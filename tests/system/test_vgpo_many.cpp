@@ -190,7 +190,6 @@ public:
         daemon_ = child_process({ZEL_BIN "/zel_sdiscd", "--root", root_.path()});
         setenv("ZEL_ROOT", root_.path().c_str(), 1);
         client_ = zel_ipc_client_init("zel_sdiscd", "announcer", [](zel_ipc_client_t *, uint8_t, const void *, uint32_t) {}, nullptr);
-        unsetenv("ZEL_ROOT");
     }
     ~announcer() { zel_ipc_client_term(client_); }
     void announce()
@@ -260,7 +259,7 @@ TEST_F(many_units, come_and_go_without_growth_of_memory)
     write_file(root.config(), R"({"gpio": {"virtual": {"virtual_gpio_count": 1, "vgpio_0": {"type": 0}}}})");
     running watcher(root);
     ASSERT_TRUE(watcher.unit.ready());
-    constexpr int cycles = 5, settled = 2;
+    constexpr int cycles = 4, settled = 1;
     long before = 0;
     for (int cycle = 0; cycle < cycles; ++cycle) {
         units.announce();
