@@ -99,13 +99,30 @@ export async function panel({browser, programs}) {
         await page.getByRole('button', {name: 'Clear'}).click();
         await press(page, 'Physical Port 1').click();
         await until(
-            async () => (await page.locator('#events li').allTextContents()).some((line) => /GPI 1.*released/.test(line)),
+            async () => (await page.locator('#events li').allTextContents()).some((line) => /Physical Port 1 released/.test(line)),
             'the release'
         );
         const lines = await page.locator('#events li').allTextContents();
-        const pressed = lines.findIndex((line) => /GPI 1.*pressed/.test(line));
-        const handler = lines.findIndex((line) => /Handler Record on/.test(line));
+        const pressed = lines.findIndex((line) => /Physical Port 1 pressed/.test(line));
+        const handler = lines.findIndex((line) => /Handler Record on by Physical Port 1/.test(line));
         expect(pressed >= 0 && handler >= 0 && handler < pressed, `the events are ${JSON.stringify(lines)}`);
+    });
+
+    await check('a pin that is held when the browser goes to another site is let go', async () => {
+        const leaving = await open_page(browser, `${unit.url}/panel.html`);
+        await press(leaving, 'Physical Port 2').hover();
+        await leaving.mouse.down();
+        await lamp_says(page, 'Physical Port 2', 'pressed');
+        await leaving.goto('about:blank');
+        await lamp_says(page, 'Physical Port 2', 'open');
+        await leaving.context().close();
+    });
+
+    await check('the panel says so when no cough port is an input', async () => {
+        await page.getByText('No cough port is an input now.').waitFor();
+        await unit.control('set-port', 'Cough Port 1', 'input', '--mode', 'momentary');
+        await page.getByText('No cough port is an input now.').waitFor({state: 'hidden'});
+        await press(page, 'Cough Port 1').waitFor();
     });
 
     await check('a pin that is no input cannot be pressed, and is shown on request', async () => {

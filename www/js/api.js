@@ -47,8 +47,9 @@ export async function get_json(url) {
 
 let last_post = Promise.resolve();
 
+// A page that is left lets go of what it holds: such a request must outlive its page.
 async function send_form(url, fields) {
-    const response = await reach(url, {method: 'POST', body: new URLSearchParams(fields)});
+    const response = await reach(url, {method: 'POST', body: new URLSearchParams(fields), keepalive: true});
     if (!response.ok) throw new RequestFailed(response.status, await reason_of(response));
 }
 

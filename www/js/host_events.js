@@ -6,27 +6,36 @@ const most = 200;
 
 const on = (event, member) => event[member] === 1 || event[member] === true;
 
+// The unit calls a port by what it is at the moment, the pages by what it always is.
+const port_words = {GPI: 'Physical Port', GPO: 'Physical Port', COUGH: 'Cough Port', vGPI: 'Virtual Port', vGPO: 'Virtual Port'};
+const port_pattern = /^(GPI|GPO|COUGH|vGPI|vGPO) (\d+)$/;
+const shown_name = (name) => String(name).replace(port_pattern, (whole, word, number) => `${port_words[word]} ${number}`);
+
 function pin_words(event) {
     const what = event.direction === 'input' ? (on(event, 'level') ? 'pressed' : 'released') : on_off(on(event, 'level'));
-    return [event.name || `Pin ${event.pin}`, what];
+    return [shown_name(event.name || `Pin ${event.pin}`), what];
 }
 
-function state_words(kind) {
-    return (event) => {
-        const why = event.by && event.by !== event.name ? `by ${event.by}` : '';
-        return [`${kind}${event.name}`, on_off(on(event, 'state')), why];
-    };
+// A port that is an input raises an event of its own.
+function event_words(event) {
+    const is_port = port_pattern.test(event.name) || /^User Button \d+$/.test(event.name);
+    return [is_port ? shown_name(event.name) : `Event ${event.name}`, on_off(on(event, 'state'))];
+}
+
+function handler_words(event) {
+    const why = event.by && event.by !== event.name ? `by ${shown_name(event.by)}` : '';
+    return [`Handler ${event.name}`, on_off(on(event, 'state')), why];
 }
 
 // Subject, what happened, and why.
 const words = {
     pin: pin_words,
-    event: state_words('Event '),
-    handler: state_words('Handler '),
-    call: state_words('Handler '),
-    led: state_words(''),
+    event: event_words,
+    handler: handler_words,
+    call: handler_words,
+    led: (event) => [event.name, on_off(on(event, 'state'))],
     button: (event) => [`User Button ${event.number}`, 'pressed'],
-    udp: (event) => [`GPI ${event.number} over UDP`, on_off(on(event, 'level'))],
+    udp: (event) => [`Physical Port ${event.number} over UDP`, on_off(on(event, 'level'))],
 };
 
 function time_of_day() {

@@ -174,8 +174,9 @@ class PanelPage {
         const detail = unused ? `pin ${pin.pin}, not an input now` : `pin ${pin.pin}`;
         const tile = make('li', {class: `tile input${unused ? ' unused' : ''}`}, tile_name(pin.name, detail), lamp);
         if (simulated) tile.append(make('div', {class: 'press_buttons'}, press, latch));
-        const send = (down) => this.post({pin: pin.pin, level: down ? 'active' : 'inactive'});
-        const held = make_pressable(press, send);
+        const form = (down) => ({pin: pin.pin, level: down ? 'active' : 'inactive'});
+        const send = (down) => this.post(form(down));
+        const held = make_pressable(press, this.holder(form));
         latch.addEventListener('click', () => send(latch.getAttribute('aria-pressed') !== 'true'));
         this.tiles.set(`pins${pin.pin}`, {
             set_level: (on) => {
@@ -200,7 +201,10 @@ class PanelPage {
             light,
             make('div', {class: 'press_buttons'}, press)
         );
-        make_pressable(press, (down) => this.post({button: button.number, pressed: down ? 1 : 0}));
+        make_pressable(
+            press,
+            this.holder((down) => ({button: button.number, pressed: down ? 1 : 0}))
+        );
         this.tiles.set(`buttons${button.number}`, {
             set_level: (on) => {
                 press.classList.toggle('pressed', on);
@@ -211,8 +215,18 @@ class PanelPage {
         return tile;
     }
 
-    async post(fields) {
-        if (!this.live) return say_refused(no_contact);
+    // What was pressed is let go of whether or not there is contact: a page that is left loses its contact before it ends.
+    holder(form) {
+        let pressed = false;
+        return (down) => {
+            if (!down && !pressed) return;
+            pressed = down && this.live;
+            this.post(form(down), !down);
+        };
+    }
+
+    async post(fields, without_contact = false) {
+        if (!this.live && !without_contact) return say_refused(no_contact);
         try {
             await post_panel(fields);
         } catch (error) {
