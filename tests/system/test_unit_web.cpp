@@ -283,6 +283,9 @@ TEST(unit_web_alone, a_port_that_is_taken_costs_the_pages_only)
     at.sin_family = AF_INET;
     at.sin_port = htons(web_port);
     inet_pton(AF_INET, own_address().c_str(), &at.sin_addr);
+    // Connections of tests before, in the same process, may still linger on the address.
+    const int on = 1;
+    ASSERT_EQ(setsockopt(taken.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), 0);
     ASSERT_EQ(bind(taken.get(), reinterpret_cast<sockaddr *>(&at), sizeof at), 0);
     ASSERT_EQ(listen(taken.get(), 1), 0);
     const unit_root root(studio_settings());
