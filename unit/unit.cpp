@@ -1,7 +1,7 @@
 #include "unit.h"
 
+#include "common/service_notify.h"
 #include "common/unit_root.h"
-#include "service_notify.h"
 #include "zel_debug.h"
 #include "zel_gpio.h"
 #include "zel_sys.h"

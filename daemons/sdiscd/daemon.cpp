@@ -2,7 +2,7 @@
 
 #include "common/unit_file.h"
 #include "common/unit_root.h"
-#include "service_notify.h"
+#include "common/service_notify.h"
 #include "zel_debug.h"
 
 #include <arpa/inet.h>

@@ -2,13 +2,12 @@
 #include "command_line.h"
 #include "daemon.h"
 
+#include "common/program_start.h"
 #include "zel_debug.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,24 +17,10 @@ namespace {
 
 enum exit_status { ended_as_asked = 0, could_not_run = 1, wrong_command_line = 2, wrong_settings = 3 };
 
-// A descriptor below 3 that is closed would be given to a socket, which every careless print would then write to.
-void open_standard_streams()
-{
-    while (true) {
-        const int fd = open("/dev/null", O_RDWR);
-        if (fd < 0) return;
-        if (fd > STDERR_FILENO) {
-            close(fd);
-            return;
-        }
-    }
-}
-
-// A root that does not exist is a mistake, not a new unit.
+// False, with one line, for a root that cannot be entered.
 bool enter_root(const std::string &root)
 {
-    char absolute[PATH_MAX];
-    if (realpath(root.c_str(), absolute) != nullptr) return setenv("ZEL_ROOT", absolute, 1) == 0;
+    if (zel::enter_unit_root(root)) return true;
     std::fprintf(stderr, "zel_sdiscd: %s: %s\n", root.c_str(), std::strerror(errno));
     return false;
 }
@@ -79,7 +64,7 @@ int run(int count, char **words)
 
 int main(int count, char **words)
 {
-    open_standard_streams();
+    zel::open_standard_streams();
     try {
         return run(count, words);
     } catch (const std::bad_alloc &) {

@@ -4,7 +4,7 @@
 
 #include "common/program_start.h"
 #include "common/unit_root.h"
-#include "service_notify.h"
+#include "common/service_notify.h"
 #include "settings_reading.h"
 
 #include <zel_debug.h>

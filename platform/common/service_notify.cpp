@@ -1,4 +1,4 @@
-#include "service_notify.h"
+#include "common/service_notify.h"
 
 #include "common/local_socket.h"
 
