@@ -1,5 +1,6 @@
 #include "agent_library.h"
 
+#include "library_configuration.h"
 #include "net_snmp.h"
 
 #include <sys/stat.h>
@@ -9,8 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 // Of the agent library's modules only these: the others publish the whole host. They are in no installed header.
 extern "C" {
@@ -87,35 +86,6 @@ void warn_if_others_can_read(const std::string &path)
     struct stat info;
     if (stat(path.c_str(), &info) != 0 || (info.st_mode & 077) == 0) return;
     log_message(1, "%s: %s holds secrets; other users can read it (mode %03o)\n", __func__, path.c_str(), info.st_mode & 0777);
-}
-
-// An inform of version 3 first asks the receiver who it is, and waits: a receiver that is away would stop the agent for seconds.
-bool asks_for_v3_inform(const std::string &line)
-{
-    std::istringstream words(line);
-    std::string word, before;
-    words >> word;
-    if (strcasecmp(word.c_str(), "trapsess") != 0) return false;
-    bool inform = false, version_3 = false;
-    while (words >> word) {
-        inform = inform || word.starts_with("-Ci");
-        version_3 = version_3 || word == "-v3" || (before == "-v" && word == "3");
-        before = word;
-    }
-    return inform && version_3;
-}
-
-bool check_configuration_file(const std::string &path)
-{
-    std::ifstream file(path);
-    std::string line;
-    for (int number = 1; std::getline(file, line); ++number) {
-        if (!asks_for_v3_inform(line)) continue;
-        log_message(0, "%s: %s:%d: informs of version 3 stop the agent while their receiver is away; use traps\n", __func__,
-                    path.c_str(), number);
-        return false;
-    }
-    return true;
 }
 
 // So that a unit answers out of the box, on this machine, and lets nothing be changed.
@@ -199,9 +169,8 @@ agent_library::~agent_library()
 bool agent_library::prepare(const library_settings &settings)
 {
     settings_ = settings;
-    const std::string file = configuration_file(settings);
-    warn_if_others_can_read(file);
-    if (!check_configuration_file(file) || !make_private_folder(settings.persistent_folder)) return false;
+    warn_if_others_can_read(configuration_file(settings));
+    if (!make_private_folder(settings.persistent_folder)) return false;
     forget_environment();
     take_over_log();
     set_text(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_CONFIGURATION_DIR, settings.configuration_folder);
@@ -210,6 +179,7 @@ bool agent_library::prepare(const library_settings &settings)
     (void)add_to_init_list(modules_left_out);
     prepared_ = init_agent(library_name) == 0;
     if (!prepared_) return false;
+    watch_trap_sessions();
     if (settings.agentx.empty()) {
         init_system_mib();
         init_snmp_mib();
@@ -223,6 +193,8 @@ bool agent_library::start()
 {
     remember_settings(settings_);
     init_snmp(library_name);
+    if (!trap_sessions_are_good()) return false;
+    let_passwords_win_over_kept_keys(configuration_file(settings_));
     started_ = true;
     // The count of starts is kept at once, so that it also rises when the agent ends without its leave.
     snmp_store(library_name);

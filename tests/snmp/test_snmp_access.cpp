@@ -161,14 +161,44 @@ TEST(snmp_access, warns_of_secrets_that_others_can_read)
     EXPECT_TRUE(a.agent->process().err.await("holds secrets; other users can read it (mode 644)"));
 }
 
+TEST(snmp_access, follows_a_password_that_is_changed_in_the_configuration)
+{
+    alone a;
+    EXPECT_EQ(a.agent->stop(), 0);
+    std::string configuration = open_configuration();
+    configuration.replace(configuration.find("viewer pass"), 11, "second pass");
+    write_agent_configuration(a.root, configuration);
+    a.agent = std::make_unique<agent_process>(a.root);
+    EXPECT_TRUE(a.agent->ready());
+    EXPECT_TRUE(may_read(manager(user("viewer", "authNoPriv", "second pass"))));
+    EXPECT_FALSE(may_read(manager(user("viewer", "authNoPriv", "viewer pass"))));
+    EXPECT_TRUE(may_read(manager(user("operator", "authPriv", "operator pass", "private pass"))));
+}
+
 TEST(snmp_access, refuses_informs_that_would_stop_the_agent)
 {
-    const unit_root root;
-    write_small_unit(root);
-    write_agent_configuration(root, "rocommunity public\n\ntrapsess -v 3 -Ci -u operator 127.0.0.1:9\n");
-    const run_result result = run({ZEL_SNMPD, "--root", root.path()});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.err.find("zel_snmpd.conf:3: informs of version 3"), std::string::npos) << result.err;
+    const struct {
+        const char *file, *options;
+    } rows[] = {
+        {"zel_snmpd.conf", "-v 3 -Ci -u operator"}, {"zel_snmpd.conf", "-C i -v3 -u operator"},
+        {"zel_snmpd.conf", "-Ci -u operator"},       // without a version it is the third
+        {"zel_snmpd.local.conf", "-Ci -v 2c -v 3 -u operator"},
+    };
+    for (const auto &row : rows) {
+        const unit_root root;
+        write_small_unit(root);
+        write_file(root.path() + "/etc/zel/snmp/" + row.file,
+                   "rocommunity public\n\ntrapsess " + std::string(row.options) + " 127.0.0.1:9\n");
+        const run_result result = run({ZEL_SNMPD, "--root", root.path()});
+        EXPECT_EQ(result.status, 1) << row.options;
+        EXPECT_NE(result.err.find(std::string(row.file) + ": line 3: Error: informs of version 3"), std::string::npos) << result.err;
+    }
+}
+
+TEST(snmp_access, lets_informs_of_version_2c_be_sent)
+{
+    const alone a(open_configuration() + "trapsess -Ci -v 2c -c public " + own_address() + ":9\n");
+    EXPECT_TRUE(may_read(manager({"-v2c", "-c", "public"})));
 }
 
 TEST(snmp_program, tells_bad_input_in_one_line)
