@@ -28,10 +28,12 @@ notification_key notification_queue::take_first()
     return key;
 }
 
-bool notification_queue::becomes_known(notification_key key, const notification_state &state)
+// What is gone has no name any more; it is told by the one that it had.
+bool notification_queue::becomes_known(notification_key key, notification_state &state)
 {
     const auto [place, is_new] = known_.try_emplace(key, state);
     const bool changed = is_new ? state.value != 0 : place->second.value != state.value;
+    if (state.name.empty()) state.name = place->second.name;
     place->second = state;
     return changed;
 }

@@ -68,7 +68,7 @@ private:
     bool may_send(int64_t now_ms);
     void use_one() { --tokens_; }
     notification_key take_first();
-    bool becomes_known(notification_key key, const notification_state &state);
+    bool becomes_known(notification_key key, notification_state &state);
 
     std::map<notification_key, notification_state> known_;
     std::deque<notification_key> waiting_;

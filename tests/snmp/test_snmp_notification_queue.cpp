@@ -101,3 +101,15 @@ TEST(notification_queue, passes_over_rows_that_are_gone)
     w.rows.erase({subject::gpi, 1});
     EXPECT_EQ(w.told(1000), told{"2=1"});
 }
+
+TEST(notification_queue, tells_what_is_gone_by_the_name_that_it_had)
+{
+    world w;
+    w.change(1, 1);
+    EXPECT_EQ(w.told(1000), told{"1=1"});
+    w.rows[{subject::gpi, 1}] = {0, ""};
+    w.queue.touch({subject::gpi, 1});
+    const auto due = w.queue.next(1000, [&](notification_key key) { return w.look(key); });
+    ASSERT_TRUE(due);
+    EXPECT_EQ(due->state.name, "GPI 1");
+}

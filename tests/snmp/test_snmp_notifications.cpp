@@ -62,7 +62,8 @@ TEST(snmp_notifications, tell_of_every_kind_of_change)
     EXPECT_TRUE(r.receiver.await({"zelSourceValidityChange", "zelSourceName.1 = STRING: vGPO1@Studio 2",
                                   "zelValidity.0 = INTEGER: true(1)"})) << r.receiver.seen();
     r.discovery->withdraw("vGPO1@Studio 2");
-    EXPECT_TRUE(r.receiver.await({"zelSourceValidityChange", "zelValidity.0 = INTEGER: false(2)"})) << r.receiver.seen();
+    EXPECT_TRUE(r.receiver.await({"zelSourceValidityChange", "zelSourceName.1 = STRING: vGPO1@Studio 2",
+                                  "zelValidity.0 = INTEGER: false(2)"})) << r.receiver.seen();
     r.act({"release", "1"});
     EXPECT_TRUE(r.receiver.await({"zelGpiStateChange", "zelGpiState.1 = INTEGER: off(0)"}));
     r.unit->process().signal(SIGKILL);
@@ -119,7 +120,7 @@ TEST(snmp_notifications, tell_of_triggers_that_come_and_go)
                                   "zelValidity.0 = INTEGER: true(1)"}));
     p.unit->send(12, wire_name{9, ""});
     p.unit->settle();
-    EXPECT_TRUE(p.receiver.await({"zelTriggerValidityChange", "zelTriggerName.10",
+    EXPECT_TRUE(p.receiver.await({"zelTriggerValidityChange", "zelTriggerName.10 = STRING: Door",
                                   "zelValidity.0 = INTEGER: false(2)"})) << p.receiver.seen();
 }
 
