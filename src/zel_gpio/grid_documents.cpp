@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "zel_gpio/assertion.h"
+#include "zel_gpio/grid_connections.h"
 #include "zel_gpio/json_writer.h"
 #include "zel_gpio/port_names.h"
 #include "zel_gpio/records.h"
@@ -108,30 +109,7 @@ void put_relays(json_writer &json, bool on_grid)
     }
 }
 
-struct connection {
-    const char *input_class;
-    int32_t input_id;
-    const char *output_class;
-    int32_t output_id;
-    bool inverted;
-    const uint8_t *allow_invert;  // null: not written
-    bool input_state;
-};
-
 constexpr uint8_t always_allowed = 1;
-
-void put_connection(json_writer &json, const connection &c)
-{
-    json.begin_object();
-    json.put("input_class", c.input_class);
-    json.put("input_id", c.input_id);
-    json.put("output_class", c.output_class);
-    json.put("output_id", c.output_id);
-    json.put("invert", c.inverted);
-    if (c.allow_invert != nullptr) json.put("allow_invert", *c.allow_invert != 0);
-    json.put("state", c.input_state != c.inverted);
-    json.end_object();
-}
 
 // A trigger that a port raises is shown as the port.
 void set_input(connection &c, int32_t trigger_id)
@@ -143,7 +121,7 @@ void set_input(connection &c, int32_t trigger_id)
     c.input_state = trigger_list[trigger_id].state != 0;
 }
 
-void put_driven(json_writer &json, const trigger_view &list, const char *output_class, int32_t output_id)
+void put_driven(connection_writer &out, const trigger_view &list, const char *output_class, int32_t output_id)
 {
     for (int32_t k = 0; k < *list.count; ++k) {
         if (list.ids[k] == none) continue;
@@ -153,41 +131,42 @@ void put_driven(json_writer &json, const trigger_view &list, const char *output_
         c.output_id = output_id;
         c.inverted = list.inverts[k] != 0;
         c.allow_invert = &always_allowed;
-        put_connection(json, c);
+        out.put(c);
     }
 }
 
-void put_handled(json_writer &json, const gpio_port_t &port)
+void put_handled(connection_writer &out, const gpio_port_t &port)
 {
     for (int32_t k = 0; k < port.num_handlers; ++k) {
         if (port.handlers[k] == nullptr) continue;
-        put_connection(json, {input_word(port), port.index, "event", port.handlers[k]->id, port.handler_inv[k] != 0, nullptr,
-                              port.state != 0});
+        out.put({input_word(port), port.index, "event", port.handlers[k]->id, port.handler_inv[k] != 0, nullptr,
+                 port.state != 0});
     }
 }
 
-void put_handler_connections(json_writer &json, handler_t &handler)
+void put_handler_connections(connection_writer &out, handler_t &handler)
 {
     for (int32_t k = 0; k < handler.num_trigs; ++k) {
         const int32_t id = handler.trig_ids[k];
         if (id == none) continue;
-        put_connection(json, {"event", id, "event", handler.id, handler.trig_inv[k] != 0, &handler.allow_invert[k],
-                              trigger_list[id].state != 0});
+        out.put({"event", id, "event", handler.id, handler.trig_inv[k] != 0, &handler.allow_invert[k],
+                 trigger_list[id].state != 0});
     }
 }
 
 void put_connections(json_writer &json)
 {
+    connection_writer out(json);
     for (int32_t index = 0; index < port_end; ++index) {
         gpio_port_t &port = gpios[index];
-        if (port.type == type_output) put_driven(json, triggers_of(port), class_words[port.gpio_class], index);
-        if (port.type == type_input) put_handled(json, port);
+        if (port.type == type_output) put_driven(out, triggers_of(port), class_words[port.gpio_class], index);
+        if (port.type == type_input) put_handled(out, port);
     }
     for (int32_t index = 0; index < relay_count; ++index) {
-        if (relays[index].on_grid != 0) put_driven(json, triggers_of(relays[index]), "relay", index);
+        if (relays[index].on_grid != 0) put_driven(out, triggers_of(relays[index]), "relay", index);
     }
     for (handler_t &handler : handler_list) {
-        if (handler.on_grid != 0) put_handler_connections(json, handler);
+        if (handler.on_grid != 0) put_handler_connections(out, handler);
     }
 }
 
