@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 
 #include <exception>
 
@@ -55,6 +56,12 @@ void connection_list::end(connection &each)
 {
     each.ended = true;
     (void)shutdown(each.fd, SHUT_RDWR);
+}
+
+void connection_list::end_when_cut_off(const connection &each, std::chrono::milliseconds after)
+{
+    const auto limit = static_cast<unsigned>(after.count());
+    (void)setsockopt(each.fd, IPPROTO_TCP, TCP_USER_TIMEOUT, &limit, sizeof limit);   // else it is found out much later
 }
 
 void connection_list::end_overdue()

@@ -43,6 +43,8 @@ public:
     // Ends what took too long.
     void end_overdue();
     static void end(connection &each);
+    // Ends it when nothing of what was sent has arrived for so long: the other end of a cut cable never says good-bye.
+    static void end_when_cut_off(const connection &each, std::chrono::milliseconds after);
     size_t size() const { return all_.size(); }
 
 private:

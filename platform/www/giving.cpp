@@ -18,6 +18,7 @@ namespace {
 constexpr size_t first_reply_size = size_t{64} << 10, largest_reply_size = size_t{64} << 20;
 constexpr int ok = 200, not_implemented = 501;
 constexpr size_t event_block = 4096;
+constexpr int signs_of_life_missed = 4;
 
 bool is_status(int status)
 {
@@ -77,6 +78,7 @@ MHD_Result zel_web_server::give_events(MHD_Connection *mhd, request &each)
     if (events_.greet != nullptr) events_.greet(events_.user_data, listener);
     add_header(response.get(), "Cache-Control", "no-store");
     connection_list::enter(*each.link, phase::listening);
+    connection_list::end_when_cut_off(*each.link, alive_ * signs_of_life_missed);
     return send(mhd, each, ok, "text/event-stream", std::move(response));
 }
 

@@ -2,6 +2,7 @@
 #include "web_bench.h"
 
 #include <gtest/gtest.h>
+#include <linux/filter.h>
 #include <sys/socket.h>
 
 #include <chrono>
@@ -160,6 +161,26 @@ TEST_F(web_events, a_listener_that_left_is_forgotten)
     }
     while (server->listeners() > 0) {}
     send("grid", "{}");
+}
+
+// As after a pulled cable: nothing arrives any more, and nobody says so.
+void cut_off(const client &each)
+{
+    sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
+    const sock_fprog program{1, &nothing};
+    ASSERT_EQ(setsockopt(each.fd(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program), 0);
+}
+
+TEST_F(web_events, a_listener_that_was_cut_off_makes_room)
+{
+    zel_web_server_config_t config{};
+    config.alive_ms = 100;
+    start(config);
+    const auto lost = listener(), other = listener();
+    cut_off(*lost);
+    while (server->listeners() > 1) EXPECT_EQ(other->event(true), "alive|{}");
+    send("grid", "{}");
+    EXPECT_EQ(other->event(), "grid|{}");
 }
 
 TEST_F(web_events, one_too_many_is_told_to_come_again)
