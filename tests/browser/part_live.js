@@ -52,6 +52,31 @@ export async function live({browser, programs}) {
         for (const each of [page, other]) await header_says(row(each, 'On Air'), 'event, on');
     });
 
+    await check('pages in hidden tabs leave the connections of the browser to those that are looked at', async () => {
+        const window = await browser.newContext();
+        const turn = (tab, hidden) =>
+            tab.evaluate((value) => {
+                Object.defineProperty(document, 'hidden', {value, configurable: true});
+                document.dispatchEvent(new Event('visibilitychange'));
+            }, hidden);
+        const tabs = [];
+        for (let i = 0; i < 8; i++) {
+            const tab = await window.newPage();
+            await tab.goto(unit.url);
+            await is_live(tab);
+            if (i < 7) await turn(tab, true);
+            tabs.push(tab);
+        }
+        await cell(tabs[7], 'On Air', 'Relay 2').click();
+        await cell_says(tabs[7], 'On Air', 'Relay 2', 'connected, on');
+        await turn(tabs[0], false);
+        await is_live(tabs[0]);
+        await cell_says(tabs[0], 'On Air', 'Relay 2', 'connected, on');
+        await unit.control('disconnect', 'On Air', 'Relay 2');
+        await cell_says(tabs[0], 'On Air', 'Relay 2', 'not connected');
+        await window.close();
+    });
+
     await check('a page at rest asks the unit for nothing', async () => {
         const asked = [];
         const note = (request) => asked.push(request.url());

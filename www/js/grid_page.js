@@ -30,6 +30,7 @@ class GridPage {
             on_hello: (unit) => this.hello(unit),
             on_event: (name, data) => this.event(name, data),
             on_stale: () => this.set_live(false),
+            rests: true,
         });
     }
 

@@ -1,11 +1,12 @@
 // The unit's events. The browser reconnects by itself; after each hello everything is fetched anew by whoever listens, because
 // what happened meanwhile was missed. A unit that sends "alive" (every 5 seconds) is expected to go on doing so: its silence then
 // counts as a lost connection, since a pulled cable closes none.
+// A browser has but six connections to a unit, for all its tabs: a page that `rests` lets go of its own while it is hidden.
 
 const silence_limit_ms = 12000;
 const retry_ms = 1500;
 
-export function follow_unit({on_hello, on_event, on_stale}) {
+export function follow_unit({on_hello, on_event, on_stale, rests = false}) {
     let source = null;
     let silence = null;
     let retry = null;
@@ -47,10 +48,18 @@ export function follow_unit({on_hello, on_event, on_stale}) {
         heard();
     }
 
+    function rest() {
+        source.close();
+        clearTimeout(silence);
+        clearTimeout(retry);
+        on_stale();
+    }
+
     addEventListener('pagehide', () => source.close());
     addEventListener('pageshow', (event) => {
         if (event.persisted) start_again();
     });
+    if (rests) document.addEventListener('visibilitychange', () => (document.hidden ? rest() : start_again()));
     open();
 }
 
