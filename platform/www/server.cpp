@@ -22,7 +22,7 @@ namespace {
 
 constexpr uint32_t idle_ms = 10000, request_ms = 15000, reply_ms = 60000, alive_ms = 5000;
 constexpr uint32_t connections_max = 64, listeners_max = 16;
-constexpr size_t connection_memory = size_t{32} << 10;
+constexpr size_t connection_memory = size_t{16} << 10;   // which libmicrohttpd fills with zeros for each request
 constexpr int backlog = 128;
 constexpr milliseconds longest_tick{1000}, shortest_tick{20};
 

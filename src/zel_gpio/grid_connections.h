@@ -25,9 +25,12 @@ public:
     void put(const connection &c)
     {
         if (first_) return put_first(c);
-        copy(input_of(c));
-        copy(output_of(c));
-        copy(flags_of(c));
+        const piece &input = input_of(c), &output = output_of(c), &flags = flags_of(c);
+        json_writer json = json_;   // which can be in registers
+        json.copy(input.text, input.length);
+        json.copy(output.text, output.length);
+        json.copy(flags.text, flags.length);
+        json_ = json;
     }
 
 private:

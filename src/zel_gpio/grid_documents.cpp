@@ -83,7 +83,8 @@ bool trigger_is_hidden(const trigger_t &trigger)
 void put_triggers(json_writer &json, bool on_grid)
 {
     for (const trigger_t &trigger : trigger_list) {
-        if (!trigger_is_hidden(trigger) && (trigger.on_grid != 0) == on_grid) put_event(json, trigger.id, trigger.name, trigger.state);
+        if (trigger_is_hidden(trigger) || (trigger.on_grid != 0) != on_grid) continue;
+        put_event(json, trigger.id, trigger.name, trigger.state);
     }
 }
 

@@ -13,7 +13,7 @@ namespace zel {
 
 class json_writer {
 public:
-    json_writer(char *buf, size_t size, int pos) : buf_(buf), size_(size), pos_(pos) {}
+    json_writer(char *buf, size_t size, int pos) : buf_(buf), size_(std::min(size, size_t{INT_MAX})), pos_(pos) {}
 
     void begin_object(const char *name = nullptr) { pos_ = zel_json_writer_new_obj(buf_, size_, pos_, name); }
     void end_object() { pos_ = zel_json_writer_end_obj(buf_, size_, pos_); }
@@ -27,9 +27,8 @@ public:
     // where there is room for it, since a length that is known beforehand takes a few instructions only.
     template <size_t Size> void copy(const char (&text)[Size], int length)
     {
-        const size_t limit = std::min(size_, size_t{INT_MAX});
         const size_t at = static_cast<size_t>(pos_), count = static_cast<size_t>(length);   // huge if below 0
-        const size_t room = at < limit ? limit - at : 0;
+        const size_t room = at < size_ ? size_ - at : 0;
         if (room > Size) std::memcpy(buf_ + at, text, Size);
         else if (room > count) std::memcpy(buf_ + at, text, count);
         pos_ = room > count ? pos_ + length : -1;
