@@ -173,7 +173,8 @@ TEST(snmp_notifications, of_version_3_reach_a_receiver_that_knows_the_user)
     root.write_settings(agent_settings() + small_unit_settings());
     write_file(root.path() + "/etc/zel/serial", "0123456789ab\n");
     const std::string user = "SHA-256 \"operator pass\" AES \"private pass\"\n";
-    write_agent_configuration(root, open_configuration() + version_3_sink + own_address() + ":" + std::to_string(sink_port) + "\n");
+    write_agent_configuration(root, open_configuration() + version_3_sink + own_address() + ":" +
+                                        std::to_string(sink_port) + "\n");
     // The engine id is the enterprise's number and the serial number as text.
     trap_receiver receiver("createUser -e 0x80007ed904303132333435363738396162 operator " + user +
                            "authUser log operator priv\n");
