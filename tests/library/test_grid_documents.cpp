@@ -183,6 +183,21 @@ TEST(buttons_and_leds, are_numbered_in_pairs_and_found_by_their_triggers)
         << text;
 }
 
+TEST(a_connection, is_not_taken_for_one_of_another_kind_with_the_same_number)
+{
+    unit u;
+    u.gpis(1).relays(2).product("ZEL-SOFT").set("physical/gpio_0/type", 1).set("physical/gpio_0/input_mode", 1);
+    u.set("relay/relay_0/triggers", "Eth Link Down, GPI 1").set("relay/relay_0/trigger_invert", "0, 0");
+    u.set("relay/relay_1/triggers", "Eth Link Down, GPI 1").set("relay/relay_1/trigger_invert", "1, 1");
+    ASSERT_EQ(u.start(), 0);
+    const std::string text = get(u, "all");
+    const std::string expected = "\"connections\":" + list({connection("event", 0, "relay", 0, 0, "true", 0),
+                                                            connection("physical", 0, "relay", 0, 0, "true", 0),
+                                                            connection("event", 0, "relay", 1, 1, "true", 1),
+                                                            connection("physical", 0, "relay", 1, 1, "true", 1)}) + "}";
+    EXPECT_EQ(text.substr(text.find("\"connections\"")), expected);
+}
+
 TEST(a_trigger, that_is_not_registered_has_no_connection_until_it_is)
 {
     unit u;
