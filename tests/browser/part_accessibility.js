@@ -1,7 +1,7 @@
 // axe over every state of the pages, light and dark, wide and narrow.
 import {readFileSync} from 'node:fs';
 import {createRequire} from 'node:module';
-import {check, expect, set_up, small_unit, Unit} from './support.js';
+import {check, equal, expect, set_up, small_unit, Unit} from './support.js';
 import {cell, cell_says, column, dialog, is_stale, lost_connections, message_says, open_page, row} from './pages.js';
 
 const axe = readFileSync(createRequire(import.meta.url).resolve('axe-core/axe.min.js'), 'utf8');
@@ -35,7 +35,21 @@ const appearances = [
     ['on a phone held across', {colorScheme: 'dark', viewport: {width: 844, height: 390}, hasTouch: true, isMobile: true}],
 ];
 
+// Names of ports that end in "...", and names of groups that run into the next one.
+const unreadable = (page) =>
+    page.evaluate(() => {
+        const cut = [...document.querySelectorAll('[role=rowheader] .name')].filter((name) => name.scrollWidth > name.clientWidth);
+        const groups = [...document.querySelectorAll('.column_groups .group span')];
+        const box = (element) => element.getBoundingClientRect();
+        const run_over = groups.filter((group, i) => i > 0 && box(groups[i - 1]).right > box(group).left);
+        return [...cut, ...run_over].map((element) => element.textContent);
+    });
+
 async function look_at_grid(page, name) {
+    await check(`names can be read ${name}`, async () => {
+        await cell(page, 'Physical Port 2', 'Record').focus();
+        equal(await unreadable(page), [], 'names that cannot be read');
+    });
     await check(`the grid is accessible ${name}`, async () => {
         await fits(page);
         await clean(page, 'the grid');

@@ -38,6 +38,7 @@ export async function keyboard({browser, programs}) {
     await check('arrows, Home, End and Page keys move, and stop at the edges', async () => {
         await keys('ArrowRight', 'ArrowDown');
         await at('Talk to Play');
+        equal(await page.locator('#about').textContent(), 'Talk \u2192 Play \u00b7 not connected', 'what is told of the cell');
         await keys('End');
         await at('Talk to Relay 2');
         await keys('ArrowRight');

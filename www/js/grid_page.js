@@ -192,11 +192,16 @@ class GridPage {
 
     // What the operator does
 
+    // From now on there is a chosen place, which is told of.
+    use() {
+        this.was_used = true;
+        this.show_inspector();
+    }
+
     // A finger may slip: its first tap only chooses. A double click is meant as one.
     cell_acted(input, output, event, was_active) {
         const chosen_before = was_active && this.was_used;
-        this.was_used = true;
-        this.show_inspector();
+        this.use();
         if (event.pointerType === 'touch' && !chosen_before) return;
         if (event.pointerType === 'mouse' && event.detail > 1) return;
         this.toggle();

@@ -66,8 +66,9 @@ export function handle_grid_key(event, page) {
     if (event.altKey || event.metaKey) return;
     const move = moves[event.key];
     const act = {' ': 'act', Enter: 'act', i: 'invert', I: 'invert', Delete: 'remove', Backspace: 'remove'}[event.key];
+    if (move === undefined && (act === undefined || event.ctrlKey)) return;
+    page.use();
     if (move !== undefined) view.go_to(...move(view, view.active, event.ctrlKey));
-    else if (act === undefined || event.ctrlKey) return;
     else if (act === 'act') view.act(event);
     else page[act]();
     event.preventDefault();
