@@ -61,6 +61,9 @@ void consumer::run_due()
     }
     if (probe_ && probe_->is_up())
         probe_->flush();
+    // A connection that was given up in this round is dealt with in the next one; nothing else would bring that about.
+    if (link_ && !link_->is_open())
+        due_at(round_time());
     retired_.clear();
 }
 

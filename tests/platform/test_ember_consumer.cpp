@@ -55,6 +55,28 @@ protected:
         provider_.asked.clear();
     }
 
+    // The system takes nothing more that the consumer writes to a provider that does not read.
+    void fill_connection()
+    {
+        for (int fd = 3; fd < 1024; ++fd) {
+            sockaddr_in to{};
+            socklen_t length = sizeof(to);
+            if (getpeername(fd, reinterpret_cast<sockaddr *>(&to), &length) != 0 || ntohs(to.sin_port) != provider_.port())
+                continue;
+            const bytes noise(4096, 0x00);
+            for (const size_t piece : {noise.size(), size_t{1}})
+                while (::send(fd, noise.data(), piece, MSG_DONTWAIT | MSG_NOSIGNAL) > 0) {}
+        }
+    }
+    bool serve_if_ready(int wait_ms)
+    {
+        pollfd session{session_->fd(), POLLIN, 0};
+        if (poll(&session, 1, wait_ms) != 1)
+            return false;
+        zel_ember_process_fds(session_, nullptr);
+        return true;
+    }
+
     scripted_provider provider_;
 };
 
@@ -588,6 +610,30 @@ TEST_F(ember_consumer, a_provider_that_says_too_much_is_left_and_tried_again)
         return peer.is_closed();
     }));
     EXPECT_GT(sent, 4000000u);
+    ASSERT_TRUE(until([&] { pass(50); return told_.size() == 3; }));
+    EXPECT_EQ(told_, (lines{"down", "up", status + " = 1 (4)"}));
+}
+
+TEST_F(ember_consumer, a_provider_that_reads_nothing_is_left_and_tried_again)
+{
+    start(provider_.address(), 2000000000);      // as good as for ever: silence is not what ends this
+    ASSERT_EQ(follow(status.c_str()), 0);
+    ASSERT_TRUE(until_told({"up", status + " = 1 (4)"}));
+    told_.clear();
+    const raw_peer stuck = std::exchange(provider_.peer, raw_peer());
+    fill_connection();
+    // The consumer's own signs of life pile up until there is room for none.
+    const size_t room = size_t{64} << 10;
+    for (size_t waiting = 0; waiting < room; waiting += peer_frames::keep_alive_request.size()) {
+        fake_now += 5000;
+        zel_ember_process_fds(session_, nullptr);
+    }
+    EXPECT_EQ(told_, lines{});
+    // From here on as by a host, which serves a session only when its descriptor is ready.
+    fake_now += 5000;
+    EXPECT_TRUE(serve_if_ready(20000));
+    EXPECT_TRUE(serve_if_ready(100));
+    EXPECT_EQ(told_, lines{"down"});
     ASSERT_TRUE(until([&] { pass(50); return told_.size() == 3; }));
     EXPECT_EQ(told_, (lines{"down", "up", status + " = 1 (4)"}));
 }
