@@ -8,7 +8,7 @@ namespace zel {
 
 // Everything on the grid: sources, inputs, outputs, connections.
 int get_gpio_grid_info(char *buf, size_t size, int pos);
-// What can be put on the grid. `kind` 0: triggers and disabled ports; 1: handlers, disabled ports and relays; else disabled ports.
+// What can be put on the grid. `kind` 0: triggers and disabled ports; 1: handlers, disabled ports, relays; else disabled ports.
 int get_gpio_free_info(long kind, char *buf, size_t size, int pos);
 
 // Between a port and the trigger that it raises, the built-in triggers coming first and LEDs raising none. The web pages count

@@ -250,5 +250,6 @@ bool zel::reply_with_empty_object(char **reply, size_t *reply_len, char *buf, si
     return true;
 }
 
-extern const char *const gpio_grid_get_str[7] = {"getFreeGpio", "gpioType", "gpioPort", "gpioInMode", "newState", "vgpoSrc", nullptr};
+extern const char *const gpio_grid_get_str[7] = {"getFreeGpio", "gpioType", "gpioPort", "gpioInMode",
+                                                       "newState",    "vgpoSrc",  nullptr};
 extern const zel_web_url_handler_t url_handler_gpioGrid = {"/cgi/gpioGrid.cgi", url_handler_func_gpioGrid};
