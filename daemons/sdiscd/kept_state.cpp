@@ -116,6 +116,15 @@ json_t *pack_client(const kept_client &one)
                      told);
 }
 
+// Changes with each start of the machine; "" if it is not known.
+std::string machine_start()
+{
+    char text[64] = "";
+    const unique_fd file(open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
+    const ssize_t got = file ? read(file.get(), text, sizeof text - 1) : -1;
+    return got > 0 ? std::string(text, strcspn(text, "\n")) : "";
+}
+
 bool write_all(int fd, const char *text, size_t length)
 {
     while (length > 0) {
@@ -139,6 +148,9 @@ std::vector<kept_client> read_kept(const std::string &path, std::string &complai
         complaint = path + ": " + reading.problem;
         return clients;
     }
+    // In a folder that a restart does not clear: another process may have come to the number and start time of a client.
+    const std::string start = text_in(reading.root.get(), "machine_start");
+    if (!start.empty() && start != machine_start()) return clients;
     bool whole = true;
     size_t at;
     json_t *each;
@@ -157,7 +169,7 @@ bool write_kept(const std::string &path, const std::vector<kept_client> &clients
 {
     json_t *const list = json_array();
     for (const kept_client &each : clients) (void)json_array_append_new(list, pack_client(each));
-    const json_handle root(json_pack("{s:o}", "clients", list));
+    const json_handle root(json_pack("{s:s, s:o}", "machine_start", machine_start().c_str(), "clients", list));
     const std::unique_ptr<char, text_release> text(json_dumps(root.get(), JSON_INDENT(1)));
     if (text == nullptr) throw std::bad_alloc();
     const std::string fresh = path + ".new";

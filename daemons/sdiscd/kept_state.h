@@ -13,7 +13,8 @@
 
 namespace zel::sdiscd {
 
-// What can be read of a file's content; what is not sound in it is left out. `complaint`: one line if anything was.
+// What can be read of a file's content; what is not sound in it is left out. `complaint`: one line if anything was. Nothing, and
+// no complaint, once the machine was started anew.
 std::vector<kept_client> read_kept(const std::string &path, std::string &complaint);
 // Replaces the file at once. False with errno. May throw std::bad_alloc.
 bool write_kept(const std::string &path, const std::vector<kept_client> &clients);

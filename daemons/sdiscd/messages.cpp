@@ -66,7 +66,7 @@ bool read_publish(std::string_view payload, publish_order &out, std::string &pro
     publish_record record{};
     if (!copy_record(payload, offsetof(publish_record, padding), record, problem)) return false;
     out.interface = record.interface;
-    out.service = {text_of(record.type), text_of(record.name)};
+    out.service = {text_of(record.type), without_cut_character(text_of(record.name))};
     out.port = record.port;
     if (!check_service(out.service, text_of(record.domain), problem)) return false;
     if (!check(out.port != 0, "its port is 0", problem)) return false;
@@ -84,7 +84,7 @@ bool read_unpublish(std::string_view payload, std::string &name, std::string &pr
         problem = "too long (" + std::to_string(payload.size()) + " bytes)";
         return false;
     }
-    name = payload.substr(0, payload.find('\0'));
+    name = without_cut_character(std::string(payload.substr(0, payload.find('\0'))));
     return check(is_service_name(name), "its name is not 1 to 63 bytes of UTF-8", problem);
 }
 

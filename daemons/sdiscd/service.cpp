@@ -72,6 +72,19 @@ bool is_service_name(std::string_view name)
     return is_utf8(std::string(name));
 }
 
+std::string without_cut_character(std::string name)
+{
+    if (name.size() != longest_service_name) return name;
+    constexpr size_t longest_rest = 3;
+    for (size_t length = 1; length <= longest_rest; ++length) {
+        const auto *const rest = reinterpret_cast<const unsigned char *>(name.c_str()) + name.size() - length;
+        if ((*rest & 0xC0) == 0x80) continue;   // not the first byte of its character
+        if (*rest >= 0xC0 && !utf8_piece_at(rest).well_formed) name.resize(name.size() - length);
+        break;
+    }
+    return name;
+}
+
 bool is_printable(std::string_view text)
 {
     const auto is_control = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };

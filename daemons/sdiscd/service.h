@@ -29,6 +29,8 @@ struct service_details {
 };
 
 bool is_service_name(std::string_view name);   // 1 to 63 bytes of UTF-8 without a zero
+// The name of a unit may be too long for a field and be cut inside of a character: such a rest is taken off a name that fills it.
+std::string without_cut_character(std::string name);
 bool is_service_type(std::string_view type);   // "_name._tcp" or "_name._udp"
 bool is_printable(std::string_view text);        // UTF-8 without control characters
 bool is_local_domain(std::string_view domain); // "", "local" or "local."

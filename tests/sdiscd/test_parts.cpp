@@ -165,6 +165,29 @@ TEST(sdisc_records, a_text_without_a_terminator_ends_with_its_field)
     EXPECT_EQ(problem, "a TXT string has 1024 bytes and may have 255");
 }
 
+TEST(sdisc_records, a_name_that_was_cut_inside_a_character_loses_the_rest_of_it)
+{
+    const std::string a_umlaut = "\xc3\xa4", euro = "\xe2\x82\xac", clef = "\xf0\x9d\x84\x9e";
+    for (const std::string &last : {a_umlaut, euro, clef}) {
+        for (size_t kept = 1; kept < last.size(); ++kept) {
+            const std::string whole(63 - kept, 'n'), cut = whole + last.substr(0, kept);
+            publish_record record = good_publish();
+            std::memcpy(record.name, cut.c_str(), cut.size() + 1);
+            publish_order order;
+            ASSERT_TRUE(read_publish(text_of(record), order, problem)) << problem;
+            EXPECT_EQ(order.service.name, whole);
+            std::string taken_back;
+            ASSERT_TRUE(read_unpublish(cut, taken_back, problem)) << problem;
+            EXPECT_EQ(taken_back, whole);
+        }
+        const std::string fits = std::string(63 - last.size(), 'n') + last;
+        EXPECT_EQ(without_cut_character(fits), fits);
+    }
+    std::string name;
+    EXPECT_FALSE(read_unpublish("short\xc3", name, problem)) << "nothing cut this one";
+    EXPECT_FALSE(read_unpublish(std::string(60, 'n') + "\x84\x84\x84", name, problem));
+}
+
 TEST(sdisc_records, each_field_of_a_publish_record_is_checked)
 {
     const auto with = [](auto change) {
@@ -273,6 +296,19 @@ TEST_F(kept_file, entries_that_make_no_sense_are_left_out_and_the_others_are_tak
     EXPECT_TRUE(back[0].questions.empty());
     ASSERT_EQ(back[0].announcements.size(), 1u);
     EXPECT_EQ(back[0].announcements[0].place.service.name, "kept");
+}
+
+TEST_F(kept_file, what_was_written_before_the_machine_was_started_anew_counts_no_more)
+{
+    ASSERT_TRUE(write_kept(path, some()));
+    std::string text = zel::test::read_file(path);
+    const size_t at = text.find("\"machine_start\": \"");
+    ASSERT_NE(at, std::string::npos) << text;
+    char &digit = text[at + std::strlen("\"machine_start\": \"")];
+    digit = digit == '0' ? '1' : '0';
+    write_file(path, text);
+    EXPECT_TRUE(read_kept(path, complaint).empty());
+    EXPECT_EQ(complaint, "");
 }
 
 TEST_F(kept_file, nothing_is_left_behind_where_nothing_can_be_written)
