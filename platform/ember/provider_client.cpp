@@ -138,8 +138,10 @@ void provider_client::on_ready(uint32_t events)
             const size_t before = output_.bytes();
             blocked_ = false;
             flush();
-            if (output_.bytes() < before)
-                last_life_ = now_;      // a slow reader is alive
+            if (output_.bytes() < before) {      // a slow reader is alive
+                last_life_ = now_;
+                asked_for_life_ = never;
+            }
         }
         if (!is_dropped() && (events & (EPOLLIN | EPOLLHUP | EPOLLERR)))
             receive();

@@ -402,3 +402,22 @@ TEST_F(ember_clients, one_encoding_of_a_change_serves_all_and_memory_is_used_aga
     for (auto &peer : peers)
         EXPECT_EQ(heard(peer), lines{status_path + " value=false type=4"});
 }
+
+TEST_F(ember_clients, a_client_that_was_asked_for_life_and_then_reads_slowly_is_kept)
+{
+    auto slow = connected(4096);
+    look(slow, {1, 1, 1, 1});
+    for (int i = 1; i <= 300; ++i) {
+        (void)text(("t" + std::to_string(i)).c_str(), port_, std::string(3000, 'x').c_str());
+        provider().process();
+    }
+    pass(11000);
+    // The question waits behind all that it has not read yet.
+    uint8_t buffer[16384];
+    for (int i = 0; i < 64; ++i) {
+        fake_now += 250;
+        (void)!recv(slow.fd(), buffer, sizeof(buffer), MSG_DONTWAIT);
+        sessions_.turn();
+    }
+    EXPECT_EQ(provider().client_count(), 1u);
+}
