@@ -152,7 +152,8 @@ class ItemDialog {
         for (const part of [this.mode, this.source]) if (part !== null) part.hidden = this.chosen().side !== 'input';
         const lost = this.turns_round() ? this.before.connections.length : 0;
         this.loss.hidden = lost === 0;
-        this.loss.textContent = `Turning it round removes its ${counted(lost, 'connection')}. Undo brings them back.`;
+        const way_back = `Undo brings ${lost === 1 ? 'it' : 'them'} back.`;
+        this.loss.textContent = `Turning it round removes its ${counted(lost, 'connection')}. ${way_back}`;
         const button = this.frame.button(1);
         if (button !== undefined) button.textContent = lost === 0 ? 'Apply' : `Apply and remove ${counted(lost, 'connection')}`;
     }
