@@ -10,7 +10,7 @@ root=$(readlink -f "$root")
 
 units=()
 start() {   # start UNIT
-    ZEL_LOG_FILE="$root/$1/log" "$programs/zel_unit" --root "$root/$1" --with-daemons &
+    ZEL_LOG_FILE=/log "$programs/zel_unit" --root "$root/$1" --with-daemons &
     units+=($!)
 }
 end() { kill "${units[@]}" 2> /dev/null || true; }

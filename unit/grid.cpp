@@ -290,11 +290,26 @@ grid_outcome grid::disconnect(const std::string &input, const std::string &outpu
     return {true, ""};
 }
 
+// A name that another unit made of control characters cannot be chosen: the form's encoding makes another name of it.
+bool grid::knows_source(const std::string &name) const
+{
+    const auto is_control = [](unsigned char c) { return c < 0x20 || c == 0x7f; };
+    if (std::ranges::any_of(name, is_control)) return false;
+    const json_handle grid_document = document();
+    const json_t *const list = json_object_get(grid_document.get(), "vgpo_src_list");
+    for (size_t i = 0; i < json_array_size(list); ++i) {
+        if (text_member(json_array_get(list, i), "name") == name) return true;
+    }
+    return false;
+}
+
 grid_outcome grid::set_port(port_ref port, const port_change &change)
 {
     const auto index = ports_.index_of(port);
     if (!index || port.kind == port_kind::relay) return {false, "there is no such port"};
     if (port.kind == port_kind::cough && change.type == port_type::output) return {false, "a cough port has no output pin"};
+    // The library takes a name that it does not know for none, and would drop the source that the port has.
+    if (change.source && !knows_source(*change.source)) return {false, "there is no source \"" + *change.source + "\""};
     const port_view before = port_views()[static_cast<size_t>(*index)];
     const int usual_mode = port.kind == port_kind::user_button ? 0 : 1;
     const int mode = change.input_mode.value_or(before.input_mode >= 0 ? before.input_mode : usual_mode);

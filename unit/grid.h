@@ -69,6 +69,7 @@ private:
     const char *refusal_of_types(const link &wanted) const;
     std::string end_name(const json_t *connection, bool input) const;
     void put_on_grid(const link &wanted) const;
+    bool knows_source(const std::string &name) const;
     // 0 or 1 for the invert of a connection that stands, else nothing.
     std::optional<bool> invert_of(const link &wanted) const;
 

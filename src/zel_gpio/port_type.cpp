@@ -305,7 +305,9 @@ int32_t set_gpio_type(gpio_port_t *port, uint32_t type, uint8_t from_ember)
     zel_assert(port != NULL);
     int32_t result = -1;
     if (type == type_input) {
-        result = set_gpio_to_input(port->index, port->input_mode, none, port->vgpo_src, 0);
+        // A cough port that was never an input has no mode of its own yet.
+        const int32_t mode = is_cough(*port) ? mode_momentary : port->input_mode;
+        result = set_gpio_to_input(port->index, mode, none, port->vgpo_src, 0);
     } else if (type == type_disabled) {
         result = disable_gpio(port->index);
     } else if (type == type_output) {

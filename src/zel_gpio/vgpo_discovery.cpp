@@ -137,10 +137,12 @@ void empty_record(vGPO_t &vgpo, bool was_told)
 
 void reset_vgpi(gpio_port_t &port)
 {
+    const bool changed = port.state != 0 || port.vgpi_session != nullptr;
     close_vgpi_session(port.index);
     port.state = 0;
     zel_gpio_notify_trigger_event(port.trig_ids[0], 0);
     if (port.ember_vgpo_src != nullptr) (void)publish_int64(port.ember_state, 0);
+    if (changed) snmp_send_gpio_info(port.index);
 }
 
 }  // namespace

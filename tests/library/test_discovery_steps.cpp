@@ -111,6 +111,7 @@ TEST_F(followed, a_reset_is_published_only_where_level_and_source_are_shown)
     u.take();
     EXPECT_EQ(zel::reset_vgpis_following(near), 1);
     EXPECT_EQ(u.count_of("ember set"), 0);
+    u.take();
     port(0).ember_state = level;
     port(2).ember_vgpo_src = source;
     EXPECT_EQ(zel::reset_vgpis_following(near), 1);

@@ -247,6 +247,17 @@ TEST(a_cough_port, is_refused_as_an_output_by_a_request_but_not_by_the_change_it
     EXPECT_EQ(type_of(cough), static_cast<uint32_t>(output));
 }
 
+TEST(a_cough_port, that_was_never_an_input_is_momentary_when_a_request_makes_it_one)
+{
+    unit u;
+    describe(u);
+    ASSERT_EQ(u.start(), 0);
+    u.take();
+    EXPECT_EQ(set_gpio_type(&zel::gpios[cough], input, 0), 0);
+    EXPECT_EQ(zel::gpios[cough].input_mode, 1u);
+    EXPECT_TRUE(u.take_of("pin").back().ends_with("edge 3"));
+}
+
 TEST(a_request_to_be_an_input, keeps_the_mode_that_the_port_had)
 {
     unit u;

@@ -72,7 +72,7 @@ const news all_news[] = {
     {"a unit that is found", [](unit &u) { resolve(u, far, "10.0.0.3"); }, {"14 1 " + std::string(far)}},
     {"a unit that is found again", [](unit &u) { resolve(u, near); }, {"14 0 " + std::string(near)}},
     {"a unit that is gone", [](unit &u) { resolve(u, far, "10.0.0.3"), u.forget_sent(), remove(u, far); }, {"14 1 "}},
-    {"a unit that is gone and followed", [](unit &u) { remove(u, near); }, {}},
+    {"a unit that is gone and followed", [](unit &u) { remove(u, near); }, {"8 0"}},
     {"a link that is lost", [](unit &u) { u.connected(1, false); }, {}},
 };
 

@@ -214,9 +214,9 @@ TEST(a_removed_service, that_is_followed_stays_for_tree_agent_and_browser)
     u.forget_sent();
     remove(u, near);
     EXPECT_LINES(fake::without(u.take(), {"log 4"}), "log 2 zel_gpio_notify_trigger_event: event 'vGPI 1' has ended",
-                 "ember set gpio/virtual/vgpio 1/status 0 (8 bytes)", "consumer 1 clear " + path_of(near, "type"),
+                 "ember set gpio/virtual/vgpio 1/status 0 (8 bytes)", "ipc snmp send 8 (696 bytes)", "consumer 1 clear " + path_of(near, "type"),
                  "consumer 1 clear " + path_of(near, "status"), "log 2 zel_gpio_notify_trigger_event: event 'vGPI 3' has ended",
-                 "ember set gpio/virtual/vgpio 3/status 0 (8 bytes)");
+                 "ember set gpio/virtual/vgpio 3/status 0 (8 bytes)", "ipc snmp send 8 (696 bytes)");
     EXPECT_EQ(port(0).state + port(2).state, 0);
     EXPECT_EQ(port(1).state, 1) << "the neighbour goes on";
     EXPECT_EQ(port(1).vgpo_src_valid, 1);

@@ -152,6 +152,7 @@ TEST_F(two_studios, an_output_that_is_taken_back_is_no_source_any_more_unless_it
     ASSERT_TRUE(a.ctl({"set-port", "vGPO 2", "output"}));
     ASSERT_TRUE(b.await("grid", "vGPO1@Studio A") && b.await("grid", "vGPO2@Studio A"));
     ASSERT_TRUE(b.ctl({"set-port", "vGPI 1", "input", "--source", "vGPO1@Studio A"}));
+    EXPECT_FALSE(b.ctl({"set-port", "vGPI 1", "input", "--source", "No such source"})) << "and nothing has changed:";
     ASSERT_TRUE(a.ctl({"set-port", "vGPO 1", "disabled"}));
     ASSERT_TRUE(a.ctl({"set-port", "vGPO 2", "disabled"}));
     EXPECT_TRUE(b.await("grid", "vGPO2@Studio A", false));
