@@ -3,6 +3,7 @@
 #include "zel_debug.h"
 #include "zel_gpio.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 #include <utility>
