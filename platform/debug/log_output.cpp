@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -88,9 +89,13 @@ bool output::reopen() noexcept
 bool output::write(const line &text, int patience_ms) const noexcept
 {
     const int fd = fd_ < 0 ? STDERR_FILENO : fd_;
-    // A pipe that is ready has room for a whole line. Files always are.
+    // A socket says only by taking a line that it has room; a pipe that is ready has room for a whole one; files always have.
+    if (send(fd, text.text, text.length, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) return true;
+    const bool is_socket = errno != ENOTSOCK;
+    if (is_socket && errno != EAGAIN) return true;
     pollfd room{fd, POLLOUT, 0};
     if (poll(&room, 1, patience_ms) == 0) return false;
+    if (is_socket) return send(fd, text.text, text.length, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 || errno != EAGAIN;
     const sigpipe_held held;
     ssize_t written;
     do {
