@@ -37,3 +37,5 @@ for bench in "$bin"/bench_*; do
         *) "$bench" ;;
     esac
 done
+
+bench/discovery_time.sh "$build"
