@@ -323,6 +323,10 @@ TEST_F(ember_consumer_set, large_texts_wait_for_room_and_do_not_cost_the_connect
         texts.push_back(writable(string(i, "t" + std::to_string(i), "")));
     offer(texts);
     linked();
+    for (const auto &t : texts)                 // found before, so that all could be sent at once
+        ASSERT_EQ(follow(("unit/" + t.identifier).c_str()), 0);
+    ASSERT_TRUE(until([&] { return told_.size() == 64; }));
+    told_.clear();
     const std::string text(16383, '\xFF');      // each byte is escaped
     for (const auto &t : texts)
         ASSERT_EQ(set(("unit/" + t.identifier).c_str(), text), 0);
