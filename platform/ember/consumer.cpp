@@ -29,6 +29,7 @@ consumer::consumer(const zel_ember_session_config_t &config, int64_t silence_ms,
       silence_ms_(silence_ms)
 {
     retired_.reserve(4);
+    sets_.reserve(max_sets);
 }
 
 consumer::~consumer() = default;
@@ -52,6 +53,8 @@ std::unique_ptr<consumer> consumer::create(const zel_ember_session_config_t &con
 void consumer::run_due()
 {
     keep_link();
+    if (!ending())
+        settle_sets();           // they may be over without a connection too
     if (!ending() && is_linked()) {
         check_request();
         settle();
@@ -175,7 +178,10 @@ void consumer::lose_link()
     if (was_heard)
         pause_ms_ = first_pause_ms;
     pause_before_connecting();
-    tell_connected(false);
+    if (told_connected_)
+        fail_sets();
+    if (!ending())
+        tell_connected(false);
 }
 
 void consumer::tell_connected(bool connected)

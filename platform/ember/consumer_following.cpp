@@ -8,9 +8,6 @@
 
 namespace zel::ember {
 
-namespace {
-
-// Steps of a path with or without a leading "/"; empty if it is no path.
 std::vector<std::string> split_path(std::string_view path)
 {
     std::vector<std::string> steps;
@@ -27,8 +24,6 @@ std::vector<std::string> split_path(std::string_view path)
     }
 }
 
-}  // namespace
-
 bool consumer::follow(const char *path, void *user_data, zel_ember_value_cb_t callback)
 {
     auto fresh = std::make_shared<follower>();
@@ -44,13 +39,17 @@ bool consumer::follow(const char *path, void *user_data, zel_ember_value_cb_t ca
     } else {
         (*same)->active = false;
         *same = std::move(fresh);
-        // Asked again for what was not there: look again.
-        const standing now_at = stand(**same);
-        if (now_at.what == standing::is::no_value && now_at.at->directory != asking::asked)
-            now_at.at->directory = asking::not_asked;
+        look_again(stand(**same));
     }
     due_at(now());
     return true;
+}
+
+// Asked again for what was not there.
+void consumer::look_again(const standing &at)
+{
+    if (at.what == standing::is::no_value && at.at->directory != asking::asked)
+        at.at->directory = asking::not_asked;
 }
 
 bool consumer::stop_following(const char *path)
@@ -71,7 +70,8 @@ void consumer::element_begin(const glow::element &said)
     bool changed = false;
     const remote_element *e = ending() ? nullptr : tree_.merge(said, changed);
     // At once, so that of two changes in one message both are told.
-    if (e != nullptr && changed && e->followed)
+    const bool reported = e != nullptr && note_report(said);
+    if (reported || (e != nullptr && changed && e->followed))
         settle();
 }
 
@@ -113,21 +113,28 @@ void consumer::check_request()
 
 void consumer::send_request()
 {
-    if (request_ || !is_linked())
+    remote_element *e = request_ || !is_linked() ? nullptr : next_to_ask();
+    if (e == nullptr)
         return;
-    for (const auto &f : followers_) {
-        const standing at = stand(*f);
-        if (at.what != standing::is::to_ask)
-            continue;
-        request_ = remote_tree::path_of(*at.at);
-        at.at->directory = asking::asked;
-        at.at->since = round_time();
-        writer_.clear();
-        glow::write_command(writer_, request_->view(), at.at->is_parameter, glow::command_get_directory);
-        link_->send_message(writer_.message());
-        due_at(at.at->since + answer_timeout_ms);
-        return;
-    }
+    request_ = remote_tree::path_of(*e);
+    e->directory = asking::asked;
+    e->since = round_time();
+    writer_.clear();
+    glow::write_command(writer_, request_->view(), e->is_parameter, glow::command_get_directory);
+    link_->send_message(writer_.message());
+    due_at(e->since + answer_timeout_ms);
+}
+
+// For a value to be set first: somebody waits for that.
+remote_element *consumer::next_to_ask()
+{
+    for (const auto &s : sets_)
+        if (const standing at = stand(*s); at.what == standing::is::to_ask)
+            return at.at;
+    for (const auto &f : followers_)
+        if (const standing at = stand(*f); at.what == standing::is::to_ask)
+            return at.at;
+    return nullptr;
 }
 
 // For what the element's own answer does not show: a child, or a value.
@@ -155,34 +162,40 @@ consumer::standing consumer::stand_at(remote_element &e)
 }
 
 // The node is asked even when an announcement has shown the child already, because only who asked is told of changes.
-consumer::standing consumer::walk(follower &f)
+consumer::standing consumer::walk(target &t)
 {
     remote_element *e = &tree_.root();
-    for (const auto &step : f.steps) {
+    for (const auto &step : t.steps) {
         remote_element *child = remote_tree::child_named(*e, step);
         if (child == nullptr || e->directory == asking::not_asked)
             return stand_at(*e);
-        if (!child->online || (child->is_parameter && &step != &f.steps.back()))
+        if (!child->online || (child->is_parameter && &step != &t.steps.back()))
             return {standing::is::no_value, child};
         e = child;
     }
     if (!e->is_parameter)
         return {standing::is::no_value, e};
     e->followed = true;
-    f.found = e;
-    f.found_in = tree_.generation();
+    t.found = e;
+    t.found_in = tree_.generation();
     return {standing::is::under_way, e};
 }
 
-// Changes of a value are frequent, changes of the tree are not: the path is walked again only after the latter.
+// Where the way ends, if it does before the parameter. Changes of a value are frequent, changes of the tree are not: the path
+// is walked again only after the latter.
+std::optional<consumer::standing> consumer::locate(target &t)
+{
+    if (t.found_in == tree_.generation())
+        return std::nullopt;
+    const standing so_far = walk(t);
+    return t.found_in == tree_.generation() ? std::nullopt : std::optional(so_far);
+}
+
 consumer::standing consumer::stand(follower &f)
 {
     using is = standing::is;
-    if (f.found_in != tree_.generation()) {
-        const standing so_far = walk(f);
-        if (f.found_in != tree_.generation())
-            return so_far;
-    }
+    if (const auto so_far = locate(f))
+        return *so_far;
     remote_element *e = f.found;
     const bool has_value = e->has_value();
     if (e->directory == asking::not_asked || (e->directory == asking::unanswered && !has_value))
@@ -192,8 +205,15 @@ consumer::standing consumer::stand(follower &f)
     return {has_value ? is::value : is::no_value, e};
 }
 
-// Tell every follower what is due to it. The application may do anything with the session meanwhile.
+// Tell everybody what is due to him. The application may do anything with the session meanwhile.
 void consumer::settle()
+{
+    settle_followers();
+    if (!ending())
+        settle_sets();
+}
+
+void consumer::settle_followers()
 {
     settling_ = followers_;
     for (const auto &f : settling_) {
@@ -224,16 +244,25 @@ void consumer::tell(follower &f, const remote_element *e)
         f.callback(f.user_data, f.path.c_str(), glow::type_null, nullptr);
         return;
     }
-    const std::string_view before = std::string_view(f.text).substr(0, f.text.size() - std::min(f.text.size(), text_zeros));
-    if (f.last == told::value && f.integer.value == e->integer && before == e->text)
+    const std::string &text = f.shown.text;
+    const std::string_view before = std::string_view(text).substr(0, text.size() - std::min(text.size(), text_zeros));
+    if (f.last == told::value && f.shown.integer.value == e->integer && before == e->text)
         return;
-    f.text = e->text;
-    f.text.append(text_zeros, '\0');
-    f.integer.value = e->integer;
+    f.shown.take(*e);
     f.last = told::value;
-    const bool is_text = e->kind == glow::value_kind::text;
-    const void *value = is_text ? static_cast<const void *>(f.text.c_str()) : &f.integer.value;
-    f.callback(f.user_data, f.path.c_str(), static_cast<uint32_t>(e->effective_type()), value);
+    f.callback(f.user_data, f.path.c_str(), static_cast<uint32_t>(e->effective_type()), f.shown.of(*e));
+}
+
+void consumer::told_value::take(const remote_element &e)
+{
+    text = e.text;
+    text.append(text_zeros, '\0');
+    integer.value = e.integer;
+}
+
+const void *consumer::told_value::of(const remote_element &e) const
+{
+    return e.kind == glow::value_kind::text ? static_cast<const void *>(text.c_str()) : &integer.value;
 }
 
 }  // namespace zel::ember

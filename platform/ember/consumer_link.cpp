@@ -125,6 +125,15 @@ void consumer_link::send_message(std::span<const uint8_t> message)
     send_frames(frames);
 }
 
+bool consumer_link::has_room_for(size_t message_size)
+{
+    constexpr size_t reserve = 4096;
+    const size_t limit = max_output - reserve - 3 * message_size;     // twice for escaping, the rest for what frames it
+    if (output_.size() > limit)
+        flush();
+    return is_up() && output_.size() <= limit;
+}
+
 void consumer_link::flush()
 {
     while (is_up() && !output_.empty() && !blocked_) {

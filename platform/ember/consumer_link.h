@@ -41,6 +41,9 @@ public:
 
     void send_frames(std::span<const uint8_t> frames);   // may throw std::bad_alloc
     void send_message(std::span<const uint8_t> message);
+    // Whether a message of this size can be sent and leaves room for signs of life. If not, the session is served when some of
+    // what waits has gone out.
+    bool has_room_for(size_t message_size);
     void flush();
 
 private:

@@ -91,5 +91,7 @@ enum : unsigned {
 
 // A whole message: one command on an element; an empty path is the root.
 void write_command(ber::writer &w, std::span<const uint32_t> where, bool is_parameter, int64_t number);
+// A whole message: an integer, a boolean or a text for a parameter.
+void write_value(ber::writer &w, std::span<const uint32_t> where, const value &what);
 
 }  // namespace zel::ember::glow

@@ -78,4 +78,18 @@ void write_command(ber::writer &w, std::span<const uint32_t> where, bool is_para
     close_root(w, mark);
 }
 
+void write_value(ber::writer &w, std::span<const uint32_t> where, const value &what)
+{
+    const size_t mark = w.mark();
+    if (what.kind == value_kind::text)
+        put_utf8(w, parameter_field::value, what.text);
+    else if (what.kind == value_kind::boolean)
+        put_boolean(w, parameter_field::value, what.integer != 0);
+    else
+        put_integer(w, parameter_field::value, what.integer);
+    close_contents(w, mark);
+    close_qualified(w, true, where, mark);
+    close_root(w, mark);
+}
+
 }  // namespace zel::ember::glow

@@ -62,42 +62,6 @@ element *add(zel_ember_session_t *session, const char *name, const char *descrip
     }
 }
 
-template <typename integer> int64_t load(const void *value)
-{
-    integer native;
-    std::memcpy(&native, value, sizeof(native));
-    return native;
-}
-
-// False for a length that no native integer has.
-bool load_integer(const void *value, size_t length, int64_t &out)
-{
-    switch (length) {
-    case 1: out = load<int8_t>(value); return true;
-    case 2: out = load<int16_t>(value); return true;
-    case 4: out = load<int32_t>(value); return true;
-    case 8: out = load<int64_t>(value); return true;
-    default: return false;
-    }
-}
-
-int set_parameter(provider &session, element &parameter, const void *value, size_t length)
-{
-    if (parameter.is_text()) {
-        const auto *text = static_cast<const char *>(value);
-        const size_t size = strnlen(text, length);
-        if (size == length)
-            return -1;
-        session.set_text(parameter, {text, size});
-        return 0;
-    }
-    int64_t number = 0;
-    if (!load_integer(value, length, number))
-        return -1;
-    session.set_integer(parameter, parameter.kind == element_kind::boolean ? number != 0 : number);
-    return 0;
-}
-
 }  // namespace
 
 zel_ember_element_t *zel_ember_add_node(zel_ember_session_t *session, const char *name, const char *description, int32_t number,
@@ -128,20 +92,6 @@ zel_ember_element_t *zel_ember_add_boolean_param(zel_ember_session_t *session, c
 {
     return add(session, name, description, number, parent,
                {element_kind::boolean, access, value, nullptr, nullptr, user_data, callback});
-}
-
-int zel_ember_set_param(zel_ember_session_t *session, const char *, uint32_t, uint32_t, zel_ember_element_t *param,
-                        const void *value, size_t length, void *, zel_ember_value_cb_t)
-{
-    provider *to = as_provider(session);
-    if (to == nullptr || param == nullptr || value == nullptr || !to->owns(param) || !param->is_parameter())
-        return -1;
-    try {
-        return set_parameter(*to, *param, value, length);
-    } catch (const std::exception &) {
-        log_message(0, "%s: Out of memory\n", __func__);
-        return -1;
-    }
 }
 
 int zel_ember_remove_element(zel_ember_session_t *session, zel_ember_element_t *which)

@@ -43,6 +43,22 @@ bool remote_element::has_value() const
     return kind == glow::value_kind::integer || kind == glow::value_kind::boolean;
 }
 
+// Some providers are put out by a value of another kind than they sent themselves, whatever the type says.
+glow::value_kind remote_element::taken_kind() const
+{
+    using glow::value_kind;
+    if (kind != value_kind::absent && kind != value_kind::null)
+        return has_value() ? kind : value_kind::absent;
+    switch (is_enumeration ? int64_t{glow::type_enum} : type) {
+    case glow::type_integer:
+    case glow::type_trigger:
+    case glow::type_enum: return value_kind::integer;
+    case glow::type_boolean: return value_kind::boolean;
+    case glow::type_string: return value_kind::text;
+    default: return value_kind::absent;
+    }
+}
+
 void remote_tree::clear()
 {
     root_ = {};
@@ -142,6 +158,8 @@ bool remote_tree::merge_contents(remote_element &e, const glow::element &said)
         set_online(e, true);        // a value implies it, and so does a full description without the field
     if (contents.type)
         e.type = *contents.type;
+    if (contents.access)
+        e.access = *contents.access;
     if (contents.enumeration)
         e.is_enumeration = !contents.enumeration->empty();
     if (contents.has_enum_map)

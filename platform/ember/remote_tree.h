@@ -17,7 +17,7 @@ struct remote_element {
     std::string identifier;
     bool is_parameter = false;
     bool online = true;
-    bool followed = false;             // the application follows this parameter
+    bool followed = false;             // the application follows or sets this parameter
 
     asking directory = asking::not_asked;
     int64_t since = 0;                 // when `directory` became what it is
@@ -27,12 +27,16 @@ struct remote_element {
     std::string text;
     int64_t type = glow::type_null;    // as the provider declared it
     bool is_enumeration = false;
+    int64_t access = glow::access_read;
 
     std::vector<std::unique_ptr<remote_element>> children;   // by number
 
     // The type as controllers know it.
     int64_t effective_type() const;
     bool has_value() const;            // one that can be handed to the application
+    bool is_writable() const { return is_parameter && (access & glow::access_write); }
+    // The kind of value that can be sent to it: integer, boolean or text; absent if it takes none of them.
+    glow::value_kind taken_kind() const;
 };
 
 class remote_tree {

@@ -67,8 +67,20 @@ zel_ember_element_t *zel_ember_add_boolean_param(zel_ember_session_t *provider, 
                                                  zel_ember_set_cb_t callback, zel_ember_element_t *parent);
 /**
  * Provider: give a parameter a value and tell its subscribers; path, flags, timeout_ms, user_data and done are 0. Enumeration
- * or boolean: a native integer of length 1, 2, 4 or 8; string: text with its terminating zero. 0, or -1 (null provider or
- * parameter, value that does not fit the parameter).
+ * or boolean: a native integer of length 1, 2, 4 or 8; string: text with its terminating zero. 0, or -1 (null provider,
+ * parameter or value, a path, value that does not fit the parameter).
+ *
+ * Consumer: ask the provider to give the parameter at `path` (as for zel_ember_get_param) a value; param is null, flags 0. The
+ * value is copied: a native integer of length 1, 2, 4 or 8 for integers, enumerations and booleans (any but 0 is true), text
+ * for strings, where `length`, at most 16384, counts the terminating zero. Which of both the bytes are is decided by the
+ * parameter's kind once it is found. Without a connection the request waits for one. `done`, which may be null, is called
+ * once, from inside zel_ember_process_fds, with `user_data` and `path`: with the kind and value (as zel_ember_value_cb_t has
+ * them) that the provider reports for the parameter after it was sent the value, which is another than the one asked for if it
+ * did not take that one; or with kind 0 and null if the parameter is not there, is not writable or of another kind than the
+ * value, or if nothing is reported within `timeout_ms` (0: 3000) or before the connection is lost. It may call every function
+ * of the session and end it. It is not called any more once the session is ended. Values for one parameter are sent one after
+ * the other. 0 if the request is under way, -1 if not: null path or value, no path, a parameter given, a length that is none
+ * of these, 64 requests under way already, no memory.
  */
 int zel_ember_set_param(zel_ember_session_t *session, const char *path, uint32_t flags, uint32_t timeout_ms,
                         zel_ember_element_t *param, const void *value, size_t length, void *user_data, zel_ember_value_cb_t done);

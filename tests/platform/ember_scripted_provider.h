@@ -16,6 +16,7 @@ struct shown {
     int64_t type = -1;                                        // -1: not said
     std::string entries;
     int online = -1;                                          // -1: not said
+    int64_t access = -1;                                      // -1: not said
 };
 
 inline shown node(uint32_t number, std::string identifier) { return {number, false, std::move(identifier), nullptr, -1, "", -1}; }
@@ -33,6 +34,7 @@ inline shown string(uint32_t number, std::string identifier, std::string value)
 }
 inline shown offline(shown e) { e.online = 0; return e; }
 inline shown online(shown e) { e.online = 1; return e; }
+inline shown writable(shown e) { e.access = ember::glow::access_read_write; return e; }
 // An update of a value that says nothing else.
 inline shown bare(shown e) { e.identifier.clear(); e.type = -1; return e; }
 
@@ -50,6 +52,8 @@ inline void contents(ember::ber::writer &w, const shown &e)
         ember::glow::put_boolean(w, e.is_parameter ? +field::is_online : +ember::glow::node_field::is_online, e.online != 0);
     if (!e.entries.empty())
         ember::glow::put_utf8(w, field::enumeration, e.entries);
+    if (e.access >= 0)
+        ember::glow::put_integer(w, field::access, e.access);
     if (e.value) {
         const size_t inner = w.mark();
         e.value(w);
@@ -156,6 +160,8 @@ public:
     // Messages that answer a request for a directory; several are sent in this order.
     std::map<std::string, std::vector<bytes>> answers;
     lines asked;                         // paths, in the order in which they were asked for
+    lines sets;                          // parameters with values, as the reader shows them
+    std::map<std::string, std::vector<bytes>> set_answers;   // by what stands in `sets`
     bool answers_keep_alive = true;
     size_t keep_alives = 0;
     size_t connections = 0;
@@ -194,6 +200,11 @@ private:
     void answer(std::span<const uint8_t> message)
     {
         for (const auto &line : reader::read(message)) {
+            if (line.starts_with("parameter ") && line.find(" value=") != line.npos) {
+                sets.push_back(line);
+                for (const auto &reply : set_answers[line])
+                    peer.send(reply);
+            }
             if (!line.starts_with("command ") || !line.ends_with(" 32"))
                 continue;
             const std::string path = line.substr(8, line.size() - 8 - 3);

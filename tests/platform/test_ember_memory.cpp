@@ -232,3 +232,50 @@ TEST_F(ember_consumer_memory, a_consumer_knows_the_level_in_the_end_whatever_all
     sessions_.remove(provider);
     zel_ember_session_term(provider);
 }
+
+TEST_F(ember_consumer_memory, a_value_that_is_set_has_one_result_whatever_allocation_failed)
+{
+    zel_ember_session_config_t config{};
+    auto *provider = zel_ember_session_init(&config);
+    auto *unit = zel_ember_add_node(provider, "a node with a long identifier", nullptr, 0, nullptr);
+    auto *name = zel_ember_add_string_param(provider, "name", nullptr, 0, 3, "", nullptr, nullptr, unit);
+    sessions_.add(provider);
+    const std::string address = "127.0.0.1:" + std::to_string(zel_ember_get_port(provider));
+    struct outcome { int results = 0; size_t length = 0; } seen;
+    const auto on_done = [](void *to, const char *, uint32_t, const void *value) {
+        ++static_cast<outcome *>(to)->results;
+        static_cast<outcome *>(to)->length = value != nullptr ? strlen(static_cast<const char *>(value)) : 0;
+    };
+    int rounds = 0;
+    const int failures = each_failure([&] {
+        const int64_t kept = std::exchange(fail_at, -1);
+        seen = {};
+        const std::string text(100 + static_cast<size_t>(++rounds) % 50, 'x');
+        start(address);
+        fail_at = kept;
+        int accepted = -1;
+        for (int i = 0; i < 40; ++i) {
+            if (accepted != 0)
+                accepted = zel_ember_set_param(session_, "a node with a long identifier/name", 0, 0, nullptr, text.c_str(),
+                                               text.size() + 1, &seen, on_done);
+            zel_ember_process_fds(session_, nullptr);
+            const int64_t rest = std::exchange(fail_at, -1);
+            zel_ember_process_fds(provider, nullptr);
+            fail_at = rest;
+        }
+        fail_at = -1;
+        EXPECT_EQ(accepted, 0);
+        EXPECT_TRUE(until([&] { pass(300); return seen.results > 0; })) << "failure " << rounds;
+        if (seen.length != 0) {
+            EXPECT_EQ(seen.length, text.size());
+            EXPECT_EQ(name->text, text);
+        }
+        pass(4000);
+        EXPECT_EQ(seen.results, 1) << "failure " << rounds;
+        end();
+    });
+    EXPECT_GT(failures, 20);
+    EXPECT_EQ(seen.length, name->text.size());       // the last time nothing failed
+    sessions_.remove(provider);
+    zel_ember_session_term(provider);
+}

@@ -7,6 +7,8 @@ const { unitTree, parameters } = require('./server_tree')
 const type = 'unit/gpio/virtual/vgpio 1/type'
 const status = 'unit/gpio/virtual/vgpio 1/status'
 const text = 'unit/gpio/physical/gpio 2/input functions'
+const delay = 'unit/gpio/physical/gpio 2/delay'
+const serial = 'unit/gpio/physical/gpio 2/serial'
 const later = 'unit/gpio/physical/gpio 5/status'       // only there when the server has a fifth port
 
 async function tried(programs, title, script) {
@@ -44,6 +46,39 @@ async function tried(programs, title, script) {
 		await change(text, 'Play', `${text}=Play`)
 		await change(status, 'true', `${status}=1`)
 		await change(status, 'false', `${status}=0`)
+		equal(consumer.lines, [])
+	})
+	await check(name('our consumer sets a parameter of each kind, and its followers are told'), async () => {
+		const follower = new Program(`${programs}/ember_test_consumer`, [`127.0.0.1:${port}`, status, type, text, delay])
+		for (let i = 0; i < 5; i++) await follower.line(() => true, 'up and the values')
+		for (const [kind, where, value, stored] of [
+			['number', status, 1, true],
+			['number', type, 0, 0],
+			['text', text, 'Record, Größe', 'Record, Größe'],
+			['number', delay, -300, -300],
+			['number', status, 0, false],
+		]) {
+			consumer.say(`${kind} ${where}=${value}`)
+			await consumer.line(`set ${where}=${value}`)
+			await follower.line(`${where}=${value}`)
+			server.say(`show ${where}`)
+			await server.line(`${where}=${JSON.stringify(stored)}`)
+		}
+		equal(follower.lines, [])
+		equal(consumer.lines, [])
+		await follower.stop()
+		await change(type, '1', `/${type}=1`)
+		await change(text, 'Play', `${text}=Play`)
+	})
+	await check(name('our consumer does not set what is read only, of another kind or not there'), async () => {
+		for (const line of [`text ${serial}=B`, `number ${text}=1`, `text ${delay}=many`, `number ${later}=1`]) {
+			consumer.say(line)
+			await consumer.line(`set ${line.slice(line.indexOf(' ') + 1, line.indexOf('='))} is none`)
+		}
+		for (const [where, stored] of [[serial, 'A 17'], [text, 'Play'], [delay, -300]]) {
+			server.say(`show ${where}`)
+			await server.line(`${where}=${JSON.stringify(stored)}`)
+		}
 		equal(consumer.lines, [])
 	})
 	await check(name('our consumer hears that a parameter goes and comes back'), async () => {

@@ -1,5 +1,5 @@
 // A server of the package emberplus-connection: node server_emberplus_connection.js PORT [PORTS]
-//   value PATH=TEXT   (a path of identifiers)      online PATH=true|false      quit
+//   value PATH=TEXT   (a path of identifiers)      online PATH=true|false      show PATH      quit
 'use strict'
 const {
 	EmberServer,
@@ -7,7 +7,7 @@ const {
 } = require('emberplus-connection')
 const { serve, unitTree } = require('./server_tree')
 
-const types = { string: ParameterType.String, enumeration: ParameterType.Enum, boolean: ParameterType.Boolean }
+const types = { string: ParameterType.String, enumeration: ParameterType.Enum, boolean: ParameterType.Boolean, integer: ParameterType.Integer }
 
 function build(entries, paths, above = '') {
 	const children = {}
@@ -16,7 +16,7 @@ function build(entries, paths, above = '') {
 		const contents = entry.children
 			? new EmberNodeImpl(entry.name)
 			: new ParameterImpl(types[entry.kind], entry.name, undefined, entry.value, undefined, undefined,
-				ParameterAccess.ReadWrite, undefined, entry.entries)
+				entry.isReadOnly ? ParameterAccess.Read : ParameterAccess.ReadWrite, undefined, entry.entries)
 		children[i + 1] = new NumberedTreeNodeImpl(i + 1, contents, entry.children && build(entry.children, paths, path))
 		paths[path] = children[i + 1]
 	})
@@ -35,7 +35,8 @@ async function main() {
 	await server.init(build(unitTree(Number(process.argv[3] || 4)), paths))
 	serve(
 		(path, value) => server.update(paths[path], { value }),
-		(path, isOnline) => server.update(paths[path], { isOnline })
+		(path, isOnline) => server.update(paths[path], { isOnline }),
+		(path) => paths[path].contents.value
 	)
 }
 main()

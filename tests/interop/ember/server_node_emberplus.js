@@ -1,10 +1,10 @@
 // A server of the package node-emberplus: node server_node_emberplus.js PORT [PORTS]
-//   value PATH=TEXT   (a path of identifiers)      online PATH=true|false      quit
+//   value PATH=TEXT   (a path of identifiers)      online PATH=true|false      show PATH      quit
 'use strict'
 const { EmberServer, EmberServerEvent, LoggingService } = require('node-emberplus')
 const { serve, unitTree } = require('./server_tree')
 
-const types = { string: 'string', enumeration: 'enum', boolean: 'boolean' }
+const types = { string: 'string', enumeration: 'enum', boolean: 'boolean', integer: 'integer' }
 
 // `numbers` takes the path of numbers of each path of identifiers: this server knows only those.
 function json(entries, numbers, above = [], names = []) {
@@ -15,7 +15,8 @@ function json(entries, numbers, above = [], names = []) {
 		numbers[identifiers.join('/')] = path.join('.')
 		const common = { number, identifier: entry.name, path: path.join('.') }
 		if (entry.children) return { ...common, children: json(entry.children, numbers, path, identifiers) }
-		return { ...common, value: entry.value, type: types[entry.kind], enumeration: entry.entries, access: 'readWrite' }
+		const access = entry.isReadOnly ? 'read' : 'readWrite'
+		return { ...common, value: entry.value, type: types[entry.kind], enumeration: entry.entries, access }
 	})
 }
 
@@ -32,7 +33,8 @@ async function main() {
 		(path, isOnline) => {
 			at(path).contents.isOnline = isOnline
 			server.updateSubscribers(at(path).getPath(), server.createResponse(at(path)))
-		}
+		},
+		(path) => at(path).contents.value
 	)
 }
 main()

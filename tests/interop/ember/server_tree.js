@@ -3,6 +3,7 @@
 const readline = require('readline')
 
 const parameter = (name, kind, value, entries) => ({ name, kind, value, entries })
+const fixed = (...of) => ({ ...parameter(...of), isReadOnly: true })
 const port = (name) => ({
 	name,
 	children: [
@@ -12,6 +13,8 @@ const port = (name) => ({
 		parameter('active triggers', 'string', 'none'),
 		parameter('input mode', 'enumeration', 0, 'latching\nmomentary'),
 		parameter('status', 'boolean', true),
+		parameter('delay', 'integer', 20),
+		fixed('serial', 'string', 'A 17'),
 	],
 })
 const ports = (name, count) => Array.from({ length: count }, (_, i) => port(`${name} ${i + 1}`))
@@ -47,11 +50,13 @@ function parameters(entries, above = '') {
 	}))
 }
 
-// `change` and `setOnline` get a path of identifiers and a value.
-function serve(change, setOnline) {
+// `change` and `setOnline` get a path of identifiers and a value; `valueOf` gets a path.
+function serve(change, setOnline, valueOf) {
 	console.log('listening ' + process.argv[2])
 	readline.createInterface({ input: process.stdin }).on('line', (line) => {
 		if (line === 'quit') process.exit(0)
+		const shown = /^show (.*)$/.exec(line)
+		if (shown) return console.log(`${shown[1]}=${JSON.stringify(valueOf(shown[1]))}`)
 		const [, verb, path, text] = /^(value|online) ([^=]*)=(.*)$/.exec(line)
 		const act = verb === 'value' ? change : setOnline
 		act(path, typed(text))
