@@ -275,6 +275,7 @@ void lookups::found(uint32_t number, const std::string &name, bool local, int64_
     }
     sighting &of = services_[place];
     of.doubt_until_ms = 0;
+    of.retry_ms = 0;   // who is heard again is asked at once
     of.owner = local ? clients_.publisher_of(place.service) : "";
     review(place.service);
 }

@@ -42,7 +42,7 @@ public:
     static constexpr size_t most_services = 4096, most_questions_per_client = 16;
     static constexpr int64_t settle_ms = 75;         // a change of a service is told in two steps within this time
     static constexpr int64_t doubt_ms = 10'000;      // for what was there before to be seen again
-    static constexpr int64_t first_retry_ms = 2'000, longest_retry_ms = 10'000;
+    static constexpr int64_t first_retry_ms = 500, longest_retry_ms = 10'000;
     static constexpr int64_t retry_share_ms = 15;    // longer for each service, so that many dead ones cost the network little
 
     using reports = std::map<service_id, service_report>;
