@@ -7,7 +7,15 @@ import {cell, cell_says, column, dialog, is_stale, lost_connections, message_say
 const axe = readFileSync(createRequire(import.meta.url).resolve('axe-core/axe.min.js'), 'utf8');
 const rules = ['wcag2a', 'wcag2aa', 'wcag21a', 'wcag21aa', 'wcag22aa', 'best-practice'];
 
+// What is still fading in has colours that are nobody's.
+const come_to_rest = (page) =>
+    page.evaluate(() => {
+        const ending = document.getAnimations().filter((one) => one.effect.getComputedTiming().endTime !== Infinity);
+        return Promise.all(ending.map((one) => one.finished.catch(() => null))).then(() => null);
+    });
+
 async function clean(page, what) {
+    await come_to_rest(page);
     await page.evaluate(axe);
     const {violations, passes} = await page.evaluate((tags) => window.axe.run(document, {runOnly: tags}), rules);
     expect(passes.length > 10, `only ${passes.length} rules applied to ${what}`);
